@@ -1,0 +1,205 @@
+#include "Conversion.h"
+
+#include "ElementName.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <system_error>
+
+namespace vorn::dictionary {
+
+namespace {
+
+double floatOf(uint64_t payload) {
+    double value;
+    std::memcpy(&value, &payload, sizeof(value));
+    return value;
+}
+
+// The whole of text as a number of that kind, or an error.
+template <class Number>
+std::errc parseWhole(std::string_view text, Number& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end != text.data() + text.size() ? std::errc::invalid_argument
+                                                                    : error;
+}
+
+bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
+    if (text.size() != lowerCase.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < text.size(); ++i) {
+        if ((text[i] | 0x20) != lowerCase[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+int64_t Scalar::asInt64() const {
+    if (type != ItemType::eFloat) {
+        return isValid() ? static_cast<int64_t>(payload) : 0;
+    }
+    constexpr double kBound = 9223372036854775808.0; // 2^63
+    const double value = floatOf(payload);
+    if (std::isnan(value)) {
+        return 0;
+    }
+    if (value >= kBound) {
+        return std::numeric_limits<int64_t>::max();
+    }
+    return value < -kBound ? std::numeric_limits<int64_t>::min() : static_cast<int64_t>(value);
+}
+
+double Scalar::asFloat64() const {
+    if (type == ItemType::eFloat) {
+        return floatOf(payload);
+    }
+    return isValid() ? static_cast<double>(static_cast<int64_t>(payload)) : 0.0;
+}
+
+bool Scalar::asBool() const {
+    if (type == ItemType::eFloat) {
+        return floatOf(payload) != 0.0;
+    }
+    return isValid() && payload != 0;
+}
+
+Scalar parseScalar(std::string_view text) {
+    constexpr Scalar kNone = {ItemType::eCount, 0};
+    if (equalsIgnoringCase(text, "true")) {
+        return {ItemType::eBool, 1};
+    }
+    if (equalsIgnoringCase(text, "false")) {
+        return {ItemType::eBool, 0};
+    }
+    if (text.size() > 1 && text[0] == '+' && text[1] != '-') {
+        text.remove_prefix(1);
+    }
+    int64_t integer = 0;
+    if (parseWhole(text, integer) == std::errc()) {
+        return {ItemType::eInt, payloadOf(integer)};
+    }
+    double number = 0;
+    const std::errc error = parseWhole(text, number);
+    if (error == std::errc::result_out_of_range) {
+        long double wide = 0; // a wider exponent tells too large from too small
+        if (parseWhole(text, wide) != std::errc()) {
+            return kNone;
+        }
+        number = static_cast<double>(wide);
+    } else if (error != std::errc()) {
+        return kNone;
+    }
+    return {ItemType::eFloat, payloadOf(number)};
+}
+
+Scalar readScalar(const Tree& tree, const Item* item) {
+    const Value value = item->read();
+    switch (value.type()) {
+    case ItemType::eBool:
+    case ItemType::eInt:
+    case ItemType::eFloat:
+        return {value.type(), value.payload};
+    case ItemType::eString: {
+        const StringReader reader(tree.strings());
+        const Value text = item->read();
+        if (text.type() == ItemType::eString) {
+            return parseScalar(StringBlock::textOf(text.payload));
+        }
+        return readScalar(tree, item); // overwritten meanwhile
+    }
+    case ItemType::eDictionary:
+    case ItemType::eCount:
+        break;
+    }
+    return {ItemType::eCount, 0};
+}
+
+bool isAccessible(const Tree& tree, ItemType type, const Item* item) {
+    const ItemType own = item->type();
+    switch (type) {
+    case ItemType::eBool:
+    case ItemType::eInt:
+    case ItemType::eFloat:
+        return own < ItemType::eString || readScalar(tree, item).isValid();
+    case ItemType::eString:
+        return own <= ItemType::eString;
+    case ItemType::eDictionary:
+        return own == ItemType::eDictionary;
+    case ItemType::eCount:
+        break;
+    }
+    return false;
+}
+
+size_t formatScalar(Scalar scalar, char (&buffer)[kScalarTextCapacity]) {
+    char* end = buffer;
+    if (scalar.type == ItemType::eBool) {
+        const std::string_view word = scalar.payload ? "true" : "false";
+        end += word.copy(buffer, word.size());
+    } else if (scalar.type == ItemType::eInt) {
+        end = std::to_chars(buffer, buffer + sizeof(buffer), scalar.asInt64()).ptr;
+    } else {
+        end = std::to_chars(buffer, buffer + sizeof(buffer), scalar.asFloat64()).ptr;
+        // Digits alone would read as an integer.
+        const std::string_view text(buffer, static_cast<size_t>(end - buffer));
+        if (text.find_first_not_of("-0123456789") == std::string_view::npos) {
+            *end++ = '.';
+            *end++ = '0';
+        }
+    }
+    return static_cast<size_t>(end - buffer);
+}
+
+char* createCopy(std::string_view text) {
+    auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
+    if (copy) {
+        std::memcpy(copy, text.data(), text.size());
+        copy[text.size()] = '\0';
+    }
+    return copy;
+}
+
+char* createText(const Tree& tree, const Item* item) {
+    const StringReader reader(tree.strings());
+    const Value value = item->read();
+    if (value.type() == ItemType::eString) {
+        return createCopy(StringBlock::textOf(value.payload));
+    }
+    if (value.type() > ItemType::eString) {
+        return nullptr;
+    }
+    char buffer[kScalarTextCapacity];
+    const size_t length = formatScalar({value.type(), value.payload}, buffer);
+    return createCopy({buffer, length});
+}
+
+ItemType preferredElementType(const Tree& tree, const Item* item) {
+    constexpr int64_t kLargestExact = int64_t{1} << 53; // integers up to here are exact as floats
+    const size_t length = tree.arrayLength(item);
+    ItemType preferred = ItemType::eBool;
+    bool hasDictionaries = false;
+    bool hasValues = false;
+    bool hasLargeIntegers = false;
+    for (size_t i = 0; i < length; ++i) {
+        const Value value = tree.child(item, i)->read();
+        hasDictionaries |= value.type() == ItemType::eDictionary;
+        hasValues |= value.type() != ItemType::eDictionary;
+        if (value.type() == ItemType::eInt) {
+            const auto integer = static_cast<int64_t>(value.payload);
+            hasLargeIntegers |= integer > kLargestExact || integer < -kLargestExact;
+        }
+        preferred = value.type() > preferred ? value.type() : preferred;
+    }
+    if (length == 0 || (hasDictionaries && hasValues)) {
+        return ItemType::eCount;
+    }
+    return preferred == ItemType::eFloat && hasLargeIntegers ? ItemType::eString : preferred;
+}
+
+} // namespace vorn::dictionary

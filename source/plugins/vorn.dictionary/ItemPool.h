@@ -1,0 +1,98 @@
+// Storage of items, addressed by a 32-bit index or by pointer.
+//
+// Items lie in chunks that are never moved and given back only when the whole pool is released, so
+// an index or a pointer that a reader got hold of always leads to an item, alive or dead.
+//
+// Threads: at() from any thread; everything else under the tree's lock.
+#pragma once
+
+#include "Item.h"
+
+#include <cstdlib>
+
+namespace vorn::dictionary {
+
+class ItemPool {
+public:
+    static constexpr uint32_t kNoItem = 0;
+    static constexpr uint32_t kFirstIndex = 2; // 0 and 1 mean "empty" and "removed" in PathTable
+
+    ItemPool() = default;
+    ItemPool(const ItemPool&) = delete;
+    ItemPool& operator=(const ItemPool&) = delete;
+    ~ItemPool() {
+        release();
+    }
+
+    Item* at(uint32_t index) const {
+        Item* chunk = m_chunks[index >> kChunkBits].load(std::memory_order_acquire);
+        return chunk + (index & (kChunkSize - 1));
+    }
+
+    // An item of dead type with a zero payload, or kNoItem when memory is exhausted. The version
+    // in its head goes on from its last life.
+    uint32_t allocate() {
+        if (m_firstFree != kNoItem) {
+            const uint32_t index = m_firstFree;
+            Item* item = at(index);
+            m_firstFree = static_cast<uint32_t>(item->payload.load(std::memory_order_relaxed));
+            item->payload.store(0, std::memory_order_relaxed);
+            return index;
+        }
+        if (m_end >= m_capacity && !_addChunk()) {
+            return kNoItem;
+        }
+        const uint32_t index = m_end++;
+        Item* item = at(index);
+        item->head.store(static_cast<uint64_t>(kDeadType), std::memory_order_relaxed);
+        item->payload.store(0, std::memory_order_relaxed);
+        return index;
+    }
+
+    // Takes a dead item back.
+    void deallocate(uint32_t index) {
+        at(index)->payload.store(m_firstFree, std::memory_order_relaxed);
+        m_firstFree = index;
+    }
+
+    // Every index ever handed out lies in [kFirstIndex, endIndex()).
+    uint32_t endIndex() const {
+        return m_end;
+    }
+
+    // Gives all memory back to the system.
+    void release() {
+        for (uint32_t i = 0; i < m_capacity >> kChunkBits; ++i) {
+            std::free(m_chunks[i].exchange(nullptr, std::memory_order_relaxed));
+        }
+        m_end = kFirstIndex;
+        m_capacity = 0;
+        m_firstFree = kNoItem;
+    }
+
+private:
+    static constexpr unsigned kChunkBits = 14;
+    static constexpr uint32_t kChunkSize = 1u << kChunkBits;
+    static constexpr unsigned kIndexBits = 31;
+
+    bool _addChunk() {
+        if (m_capacity >> kIndexBits) {
+            return false;
+        }
+        void* chunk = std::malloc(kChunkSize * sizeof(Item));
+        if (!chunk) {
+            return false;
+        }
+        m_chunks[m_capacity >> kChunkBits].store(static_cast<Item*>(chunk),
+                                                 std::memory_order_release);
+        m_capacity += kChunkSize;
+        return true;
+    }
+
+    std::atomic<Item*> m_chunks[1u << (kIndexBits - kChunkBits)] = {};
+    uint32_t m_end = kFirstIndex;   // next index never handed out
+    uint32_t m_capacity = 0;        // indices with memory behind them
+    uint32_t m_firstFree = kNoItem; // list of dead items, linked through their payload
+};
+
+} // namespace vorn::dictionary

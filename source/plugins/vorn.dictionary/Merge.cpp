@@ -1,0 +1,196 @@
+#include "Merge.h"
+
+#include <algorithm>
+#include <new>
+#include <vector>
+
+namespace vorn::dictionary {
+
+namespace {
+
+// One item of the source as it was when the merge began.
+struct PlannedItem {
+    Item* source;
+    uint64_t payload; // a string's is a copy, owned by the plan until it is stored
+    ItemType type;
+    uint32_t depth; // below the top of the source
+};
+
+// The items of a source in pre-order.
+class Plan {
+public:
+    Plan(const Tree& tree, Item* top) {
+        struct Level {
+            Item* dictionary;
+            size_t nextChild;
+        };
+        const StringReader reader(tree.strings());
+        std::vector<Level> levels;
+        _add(top, 0);
+        while (true) {
+            if (m_items.back().type == ItemType::eDictionary &&
+                m_items.back().depth == levels.size()) {
+                levels.push_back({m_items.back().source, 0});
+                m_depth = std::max(m_depth, levels.size());
+            }
+            Item* next = nullptr;
+            while (!levels.empty()) {
+                next = tree.child(levels.back().dictionary, levels.back().nextChild++);
+                if (next) {
+                    break;
+                }
+                levels.pop_back();
+            }
+            if (!next) {
+                return;
+            }
+            _add(next, static_cast<uint32_t>(levels.size()));
+        }
+    }
+    ~Plan() {
+        for (const PlannedItem& item : m_items) {
+            if (item.type == ItemType::eString) {
+                StringBlock::discard(item.payload);
+            }
+        }
+    }
+    Plan(const Plan&) = delete;
+    Plan& operator=(const Plan&) = delete;
+
+    size_t size() const {
+        return m_items.size();
+    }
+    size_t depth() const {
+        return m_depth;
+    }
+    const PlannedItem& operator[](size_t i) const {
+        return m_items[i];
+    }
+    // The place of the first item after i that is not below it.
+    size_t skip(size_t i) const {
+        const uint32_t depth = m_items[i].depth;
+        do {
+            ++i;
+        } while (i < m_items.size() && m_items[i].depth > depth);
+        return i;
+    }
+    // Hands the payload of a value out; a string is the caller's from here on.
+    uint64_t takePayload(size_t i) {
+        const uint64_t payload = m_items[i].payload;
+        m_items[i].payload = 0;
+        return payload;
+    }
+
+private:
+    void _add(Item* source, uint32_t depth) {
+        const Value value = source->read();
+        m_items.push_back({source, 0, value.type(), depth});
+        if (value.type() != ItemType::eString) {
+            m_items.back().payload = value.payload;
+        } else if (!StringBlock::create(StringBlock::textOf(value.payload),
+                                        &m_items.back().payload)) {
+            throw std::bad_alloc();
+        }
+    }
+
+    std::vector<PlannedItem> m_items;
+    size_t m_depth = 0;
+};
+
+const Item* rootOf(const Item* item) {
+    while (item->parent) {
+        item = item->parent;
+    }
+    return item;
+}
+
+// Carries a plan out.
+class Merger {
+public:
+    Merger(Tree& tree, Plan& plan, OnUpdateItemFn onUpdateItemFn, void* userData)
+        : m_tree(tree), m_plan(plan), m_onUpdateItemFn(onUpdateItemFn), m_userData(userData) {}
+
+    void run(Item* dst, const char* dstPath) {
+        // Within one tree, a dictionary that becomes a value could take planned sources with it.
+        m_isOneTree = rootOf(dst) == rootOf(m_plan[0].source);
+        m_parents.resize(m_plan.depth() + 1);
+        m_parents[0] = dst;
+        for (size_t i = 0; i < m_plan.size();) {
+            const PlannedItem& item = m_plan[i];
+            const char* path = item.depth == 0 ? dstPath : item.source->name();
+            Item* merged = _mergeItem(i, m_parents[item.depth], path);
+            if (!merged) {
+                i = m_plan.skip(i);
+                continue;
+            }
+            if (item.type == ItemType::eDictionary) {
+                m_parents[item.depth + 1] = merged;
+            }
+            ++i;
+        }
+        for (const Postponed& write : m_postponed) {
+            const ItemType type = m_plan[write.place].type;
+            m_tree.setValue(write.item, type, m_plan.takePayload(write.place));
+        }
+    }
+
+private:
+    struct Postponed {
+        Item* item;
+        size_t place;
+    };
+
+    // Merges the planned item at place into path below parent. The item in the destination, or
+    // null when it was not accepted or could not be created.
+    Item* _mergeItem(size_t place, Item* parent, const char* path) {
+        const PlannedItem planned = m_plan[place];
+        Item* item = m_tree.find(parent, path);
+        const ItemType itemType = item ? item->type() : ItemType::eCount;
+        const bool isDictionary = planned.type == ItemType::eDictionary;
+        if (isDictionary && itemType == ItemType::eDictionary) {
+            return item;
+        }
+        if (m_onUpdateItemFn(item, itemType, planned.source, planned.type, m_userData) !=
+            UpdateAction::eOverwrite) {
+            return nullptr;
+        }
+        if (item && itemType == ItemType::eDictionary && m_isOneTree) {
+            m_postponed.push_back({item, place});
+            return item;
+        }
+        if (!item || isDictionary) {
+            item = m_tree.create(parent, path, planned.type);
+        }
+        if (item && !isDictionary) {
+            m_tree.setValue(item, planned.type, m_plan.takePayload(place));
+        }
+        return item;
+    }
+
+    Tree& m_tree;
+    Plan& m_plan;
+    OnUpdateItemFn m_onUpdateItemFn;
+    void* m_userData;
+    bool m_isOneTree = false;
+    std::vector<Item*> m_parents; // where the items of each depth go
+    std::vector<Postponed> m_postponed;
+};
+
+} // namespace
+
+void merge(Tree& tree,
+           Item* dst,
+           const char* dstPath,
+           Item* src,
+           const char* srcPath,
+           OnUpdateItemFn onUpdateItemFn,
+           void* userData) {
+    Item* top = tree.find(src, srcPath);
+    if (!top) {
+        return;
+    }
+    Plan plan(tree, top);
+    Merger(tree, plan, onUpdateItemFn, userData).run(dst, dstPath);
+}
+
+} // namespace vorn::dictionary

@@ -1,0 +1,23 @@
+// Merging one subtree into another under a callback.
+//
+// The source is read once, before anything is written, into a plan of its items and values in
+// pre-order. So it does not matter whether the destination lies in the source or the source in the
+// destination, nor what the callback does to either.
+//
+// Threads: as the operations of Tree it is made of; no lock is held while the callback runs.
+#pragma once
+
+#include "Tree.h"
+
+namespace vorn::dictionary {
+
+// As IDictionary's update. REQUIRES: dst, src and onUpdateItemFn are not null.
+void merge(Tree& tree,
+           Item* dst,
+           const char* dstPath,
+           Item* src,
+           const char* srcPath,
+           OnUpdateItemFn onUpdateItemFn,
+           void* userData);
+
+} // namespace vorn::dictionary

@@ -1,0 +1,99 @@
+// The hash of an item's path, extendable at any byte.
+//
+// The state of an item is the state of its parent, extended by "/" and the item's name. So the
+// state of everything below an item can be computed from the item's own state and the relative
+// path in one pass over the text, and items never need their whole path.
+//
+// The function is CRC-32C: it continues at any byte boundary and takes eight bytes a step where
+// the processor has the instruction. It spreads names well once mixed (PathTable does that), and
+// every match is confirmed by the names themselves, so a collision costs time, never an answer.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace vorn::dictionary {
+
+namespace detail {
+
+constexpr std::array<uint32_t, 256> makeCrcTable() {
+    constexpr uint32_t kReflectedPolynomial = 0x82f63b78u;
+    std::array<uint32_t, 256> table{};
+    for (uint32_t byte = 0; byte < 256; ++byte) {
+        uint32_t crc = byte;
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = (crc >> 1) ^ ((crc & 1) ? kReflectedPolynomial : 0);
+        }
+        table[byte] = crc;
+    }
+    return table;
+}
+inline constexpr std::array<uint32_t, 256> kCrcTable = makeCrcTable();
+
+inline const bool g_hasCrcInstruction = __builtin_cpu_supports("sse4.2");
+
+inline uint64_t crcWord(uint64_t crc, uint64_t word) {
+    asm("crc32q %1, %0" : "+r"(crc) : "r"(word));
+    return crc;
+}
+
+// Reference form, for processors without the instruction.
+inline uint32_t extendBytewise(uint32_t state, const char* text, size_t length) {
+    for (size_t i = 0; i < length; ++i) {
+        state = (state >> 8) ^ kCrcTable[(state ^ static_cast<unsigned char>(text[i])) & 0xff];
+    }
+    return state;
+}
+
+} // namespace detail
+
+inline uint64_t loadWord(const char* text) {
+    uint64_t word;
+    std::memcpy(&word, text, sizeof(word));
+    return word;
+}
+
+// The length bytes of text, at most 8, in the low bytes of a word; the others are zero.
+inline uint64_t loadShort(const char* text, size_t length) {
+    if (length >= 4) {
+        uint32_t low;
+        uint32_t high;
+        std::memcpy(&low, text, sizeof(low));
+        std::memcpy(&high, text + length - 4, sizeof(high));
+        return low | (static_cast<uint64_t>(high) << (8 * (length - 4)));
+    }
+    uint64_t word = 0;
+    for (size_t i = length; i > 0; --i) {
+        word = (word << 8) | static_cast<unsigned char>(text[i - 1]);
+    }
+    return word;
+}
+
+// The state after length more bytes. REQUIRES: length > 0.
+inline uint32_t extendHash(uint32_t state, const char* text, size_t length) {
+    if (!detail::g_hasCrcInstruction) [[unlikely]] {
+        return detail::extendBytewise(state, text, length);
+    }
+    uint64_t crc = state;
+    size_t position = 0;
+    for (; length - position > 8; position += 8) {
+        crc = detail::crcWord(crc, loadWord(text + position));
+    }
+    // The last 1 to 8 bytes in one step: leading zero bytes leave a zero state alone, so they go
+    // to the top of a word, with the state folded into them instead of passed along.
+    const unsigned rest = static_cast<unsigned>(length - position);
+    const unsigned shift = 64 - 8 * rest;
+    const uint64_t last = length >= 8 ? loadWord(text + length - 8) >> shift << shift
+                                      : loadShort(text, length) << shift;
+    const uint64_t stateBeyond = (crc >> (4 * rest)) >> (4 * rest);
+    return static_cast<uint32_t>(detail::crcWord(0, last ^ (crc << shift)) ^ stateBeyond);
+}
+
+// The state that a "/" adds: where the names of an item's children start from.
+inline uint32_t extendHashBySeparator(uint32_t state) {
+    return (state >> 8) ^ detail::kCrcTable[(state ^ static_cast<unsigned char>('/')) & 0xff];
+}
+
+} // namespace vorn::dictionary

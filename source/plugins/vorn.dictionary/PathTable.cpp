@@ -1,0 +1,139 @@
+#include "PathTable.h"
+
+#include <cstdlib>
+#include <new>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace vorn::dictionary {
+
+bool PathTable::reserve(size_t count) {
+    const Table* table = m_table.load(std::memory_order_relaxed);
+    if (table && _fits(m_count + m_removed + count, table->bits)) {
+        return true;
+    }
+    // Growing from half full up: with removed slots in the way, the same size may do.
+    unsigned bits = table ? table->bits : kMinBits;
+    while (bits < kMaxBits && !_fits((m_count + count) + (m_count + count) / 4, bits)) {
+        ++bits;
+    }
+    return _fits(m_count + count, bits) && _rebuild(bits);
+}
+
+void PathTable::insert(uint32_t index) {
+    _put(m_table.load(std::memory_order_relaxed), index,
+         m_items.at(index)->hash.load(std::memory_order_relaxed));
+    ++m_count;
+}
+
+uint32_t PathTable::remove(const Item* item) {
+    Table* table = m_table.load(std::memory_order_relaxed);
+    std::atomic<uint32_t>* slots = table->slots();
+    const Place place = table->placeOf(item->hash.load(std::memory_order_relaxed));
+    size_t i = place.first;
+    uint32_t slot = slots[i].load(std::memory_order_relaxed);
+    while (slot == kRemoved || m_items.at(table->indexOf(slot)) != item) {
+        i = (i + 1) & table->mask();
+        slot = slots[i].load(std::memory_order_relaxed);
+    }
+    const uint32_t index = table->indexOf(slot);
+    --m_count;
+    if (slots[(i + 1) & table->mask()].load(std::memory_order_relaxed) != kEmpty) {
+        slots[i].store(kRemoved, std::memory_order_release);
+        ++m_removed;
+        return index;
+    }
+    // The end of a run: no probe goes on past it, so it and the removed slots before it are empty.
+    slots[i].store(kEmpty, std::memory_order_release);
+    for (i = (i - 1) & table->mask(); slots[i].load(std::memory_order_relaxed) == kRemoved;
+         i = (i - 1) & table->mask()) {
+        slots[i].store(kEmpty, std::memory_order_release);
+        --m_removed;
+    }
+    return index;
+}
+
+void PathTable::release() {
+    std::free(m_table.exchange(nullptr, std::memory_order_relaxed));
+    for (Table*& table : m_retired) {
+        std::free(table);
+        table = nullptr;
+    }
+    m_generation.fetch_add(1, std::memory_order_release);
+    m_count = m_removed = 0;
+}
+
+// An empty table, or null when memory is exhausted.
+PathTable::Table* PathTable::_takeTable(unsigned bits) {
+    Table* table = m_retired[bits];
+    m_retired[bits] = nullptr;
+    if (!table) {
+        const size_t bytes = sizeof(Table) + (sizeof(uint32_t) << bits);
+        void* memory = std::aligned_alloc(alignof(Table), alignedSize(bytes, alignof(Table)));
+        if (!memory) {
+            return nullptr;
+        }
+        table = new (memory) Table{bits};
+        for (size_t i = 0; i < table->size(); ++i) {
+            new (table->slots() + i) std::atomic<uint32_t>(kEmpty);
+        }
+        return table;
+    }
+    for (size_t i = 0; i < table->size(); ++i) {
+        table->slots()[i].store(kEmpty, std::memory_order_relaxed);
+    }
+    return table;
+}
+
+// Keeps a table that readers may still look at, without the memory of its whole pages.
+void PathTable::_retire(Table* table) {
+    const auto pageSize = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const uintptr_t begin = alignedSize(reinterpret_cast<uintptr_t>(table->slots()), pageSize);
+    const uintptr_t end =
+        (reinterpret_cast<uintptr_t>(table) + table->bytes()) / pageSize * pageSize;
+    if (begin < end) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): a page inside the table
+        madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
+    }
+    m_retired[table->bits] = table;
+}
+
+void PathTable::_put(Table* table, uint32_t index, uint32_t hash) {
+    std::atomic<uint32_t>* slots = table->slots();
+    const Place place = table->placeOf(hash);
+    size_t i = place.first;
+    uint32_t slot = slots[i].load(std::memory_order_relaxed);
+    while (slot > kRemoved) {
+        i = (i + 1) & table->mask();
+        slot = slots[i].load(std::memory_order_relaxed);
+    }
+    if (slot == kRemoved) {
+        --m_removed;
+    }
+    slots[i].store(place.tag << table->bits | index, std::memory_order_release);
+}
+
+// Replaces the table by one of the given size. Items are visited in the order of their memory,
+// which costs far fewer cache misses than the order of the old table.
+bool PathTable::_rebuild(unsigned bits) {
+    Table* table = _takeTable(bits);
+    if (!table) {
+        return false;
+    }
+    for (uint32_t index = ItemPool::kFirstIndex; index < m_items.endIndex(); ++index) {
+        const Item* item = m_items.at(index);
+        if (item->type() != kDeadType) {
+            _put(table, index, item->hash.load(std::memory_order_relaxed));
+        }
+    }
+    m_removed = 0;
+    Table* old = m_table.load(std::memory_order_relaxed);
+    m_table.store(table, std::memory_order_release);
+    m_generation.fetch_add(1, std::memory_order_release);
+    if (old) {
+        _retire(old);
+    }
+    return true;
+}
+
+} // namespace vorn::dictionary

@@ -1,0 +1,131 @@
+// One flat table from the hash of a path to the item there.
+//
+// A slot of 32 bits holds an item's index and, in the bits that the index does not need, a tag of
+// the hash; 16 slots make a cache line. A lookup probes slots one after another from the hash's
+// own place, looks at an item only where the tag fits, and ends at an empty slot. The table tells
+// candidates; the caller confirms them by their names.
+//
+// Threads: find() from any thread, without waiting; everything else under the tree's lock. A table
+// that has been replaced keeps its addresses until the end, but gives its pages back to the
+// system, after which they read as empty slots; a reader that comes up empty looks whether the
+// generation has changed meanwhile, and then looks again.
+#pragma once
+
+#include "ItemPool.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace vorn::dictionary {
+
+class PathTable {
+public:
+    explicit PathTable(const ItemPool& items) : m_items(items) {}
+    PathTable(const PathTable&) = delete;
+    PathTable& operator=(const PathTable&) = delete;
+    ~PathTable() {
+        release();
+    }
+
+    // The item of that hash which accept(item) confirms, or null.
+    template <class Accept>
+    Item* find(uint32_t hash, Accept accept) const {
+        for (;;) {
+            const uint64_t generation = m_generation.load(std::memory_order_acquire);
+            const Table* table = m_table.load(std::memory_order_acquire);
+            if (table) {
+                const Place place = table->placeOf(hash);
+                const std::atomic<uint32_t>* slots = table->slots();
+                for (size_t i = place.first;; i = (i + 1) & table->mask()) {
+                    const uint32_t slot = slots[i].load(std::memory_order_acquire);
+                    if (slot == kEmpty) {
+                        break;
+                    }
+                    if (table->tagOf(slot) == place.tag && slot != kRemoved) {
+                        Item* item = m_items.at(table->indexOf(slot));
+                        if (item->hash.load(std::memory_order_acquire) == hash && accept(item)) {
+                            return item;
+                        }
+                    }
+                }
+            }
+            if (m_generation.load(std::memory_order_acquire) == generation) {
+                return nullptr;
+            }
+        }
+    }
+
+    // Makes sure that count more items can be inserted. False when memory is exhausted.
+    // REQUIRES: every live item of the pool is in the table.
+    bool reserve(size_t count);
+
+    // Adds an item; its hash must be set. REQUIRES: room reserved.
+    void insert(uint32_t index);
+
+    // Takes an item out and returns its index. REQUIRES: it is in the table.
+    uint32_t remove(const Item* item);
+
+    // Gives all memory back to the system.
+    void release();
+
+private:
+    static constexpr uint32_t kEmpty = 0;
+    static constexpr uint32_t kRemoved = 1;
+    static constexpr unsigned kMinBits = 10;
+    static constexpr unsigned kMaxBits = 31;
+
+    struct Place {
+        size_t first; // slot where probing starts
+        uint32_t tag;
+    };
+
+    struct alignas(64) Table {
+        unsigned bits; // of the number of slots, which is also the number of bits of an index
+
+        size_t size() const {
+            return size_t{1} << bits;
+        }
+        size_t mask() const {
+            return size() - 1;
+        }
+        std::atomic<uint32_t>* slots() {
+            return reinterpret_cast<std::atomic<uint32_t>*>(this + 1);
+        }
+        const std::atomic<uint32_t>* slots() const {
+            return reinterpret_cast<const std::atomic<uint32_t>*>(this + 1);
+        }
+        size_t bytes() const {
+            return sizeof(Table) + size() * sizeof(uint32_t);
+        }
+        Place placeOf(uint32_t hash) const {
+            constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15ull;
+            const auto mixed = static_cast<uint32_t>((hash * kGoldenRatio) >> 32);
+            const unsigned tagBits = 32 - bits;
+            return {mixed >> tagBits, mixed & ((1u << tagBits) - 1)};
+        }
+        uint32_t tagOf(uint32_t slot) const {
+            return slot >> bits;
+        }
+        uint32_t indexOf(uint32_t slot) const {
+            return slot & static_cast<uint32_t>(mask());
+        }
+    };
+
+    static bool _fits(size_t used, unsigned bits) {
+        return used <= (size_t{7} << bits) / 8;
+    }
+    Table* _takeTable(unsigned bits);
+    void _retire(Table* table);
+    void _put(Table* table, uint32_t index, uint32_t hash);
+    bool _rebuild(unsigned bits);
+
+    const ItemPool& m_items;
+    std::atomic<Table*> m_table{nullptr};
+    std::atomic<uint64_t> m_generation{0}; // raised after every replacement of the table
+    size_t m_count = 0;                    // items in the table
+    size_t m_removed = 0;                  // slots marked as removed
+    Table* m_retired[kMaxBits + 1] = {};   // replaced tables, one a size, for use again
+};
+
+} // namespace vorn::dictionary

@@ -1,0 +1,27 @@
+// Tells subscribers about changes of the tree: the subscribers of the node first, then those of
+// the subtrees around it, from the nearest to the farthest; within one path newest first.
+//
+// Threads: callbacks run on the calling thread with no lock held. They may call every operation of
+// the store, subscribing and unsubscribing included; a subscription that goes away while it waits
+// to be called is not called.
+#pragma once
+
+#include "State.h"
+
+namespace vorn::settings {
+
+// Writes the full path of item into *fullPath: "/" and the names from below root down to item,
+// joined by "/". The root itself is "/"; a null item gives the empty string. Null fullPath is
+// ignored. REQUIRES: item is root or lies below it.
+void getFullPath(MflString* fullPath, const dictionary::Item* item, const dictionary::Item* root);
+
+// Sends the event of a node of the settings.
+void triggerAllChangeCallbacks(const dictionary::Item* item, ChangeEventType eventType);
+
+// Sends the event of whatever node lies at a full path; callbacks get null when there is none.
+void triggerAllChangeCallbacksFromPath(const char* fullpath, ChangeEventType eventType);
+
+// Makes sure that no dispatch of this thread calls the subscription any more.
+void strikeOutOfDispatches(SubscriptionId* subscriptionId);
+
+} // namespace vorn::settings

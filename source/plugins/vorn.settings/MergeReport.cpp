@@ -1,0 +1,156 @@
+// Recording, sending and forgetting.
+#include "MergeReport.h"
+
+#include "ChangeDispatch.h"
+
+#include <utility>
+
+namespace vorn::settings {
+
+namespace {
+
+using dictionary::Item;
+using dictionary::ItemType;
+using dictionary::UpdateAction;
+
+constexpr size_t kUpdateTrackerReserve = 16;
+
+// The report made last on this thread, or null. A plain pointer, as in ChangeDispatch.cpp.
+constinit thread_local MergeReport* t_innermostReport = nullptr;
+
+// "/" and the destination without slashes around it; nothing for the root.
+MflString makeDestinationPrefix(std::string_view dstPath) {
+    if (!dstPath.empty() && dstPath.front() == '/') {
+        dstPath.remove_prefix(1);
+    }
+    while (!dstPath.empty() && dstPath.back() == '/') {
+        dstPath.remove_suffix(1);
+    }
+    MflString prefix;
+    if (!dstPath.empty()) {
+        prefix.append(1, '/').append(dstPath);
+    }
+    return prefix;
+}
+
+bool isBelow(const Item* ancestor, const Item* node) {
+    do {
+        node = g_idictionary->getItemParent(node);
+    } while (node && node != ancestor);
+    return node != nullptr;
+}
+
+} // namespace
+
+MergeReport::MergeReport(const char* dstPath,
+                         const Item* srcRoot,
+                         dictionary::OnUpdateItemFn onUpdateItemFn,
+                         void* userData)
+    : m_data{{},
+             dstPath,
+             srcRoot,
+             {},
+             onUpdateItemFn ? onUpdateItemFn : dictionary::kUpdateItemOverwriteOriginal,
+             userData},
+      m_outer(t_innermostReport) {
+    m_data.updatedItems.reserve(kUpdateTrackerReserve);
+    t_innermostReport = this;
+}
+
+MergeReport::~MergeReport() {
+    t_innermostReport = m_outer;
+}
+
+UpdateAction MergeReport::askAndRecord(const Item* dstItem,
+                                       ItemType dstItemType,
+                                       const Item* srcItem,
+                                       ItemType srcItemType) {
+    const UpdateAction updateAction =
+        m_data.onUpdateItemFn(dstItem, dstItemType, srcItem, srcItemType, m_data.userData);
+    if (updateAction == UpdateAction::eOverwrite) {
+        // Only the reports around this one: a merge offers parents before children.
+        if (m_outer && srcItemType != ItemType::eDictionary) {
+            forgetBelow(dstItem);
+        }
+        if (_isAwaited()) {
+            _record(dstItem, srcItem);
+        }
+    }
+    return updateAction;
+}
+
+// Whether somebody is subscribed, or may be by the time of the events, because the caller's own
+// callback could subscribe.
+bool MergeReport::_isAwaited() const {
+    return isAnyoneSubscribed() ||
+           m_data.onUpdateItemFn != dictionary::kUpdateItemOverwriteOriginal;
+}
+
+// Runs inside the dictionary service, which must not be left half-way: a failure waits for send.
+void MergeReport::_record(const Item* dstItem, const Item* srcItem) {
+    if (m_failure) {
+        return;
+    }
+    try {
+        MflString path;
+        if (!dstItem) {
+            getFullPath(&path, srcItem, m_data.srcRoot);
+        }
+        m_data.updatedItemPaths.push_back(std::move(path));
+        m_data.updatedItems.push_back(dstItem);
+    } catch (...) {
+        m_failure = std::current_exception();
+    }
+}
+
+void MergeReport::send() {
+    if (m_failure) {
+        std::rethrow_exception(m_failure);
+    }
+    MflString eventPath = makeDestinationPrefix(m_data.dstPath);
+    const size_t prefixLength = eventPath.size();
+    while (m_sentCount < m_data.updatedItems.size()) {
+        const Item* item = m_data.updatedItems[m_sentCount];
+        const MflString& pathBelowSource = m_data.updatedItemPaths[m_sentCount];
+        ++m_sentCount;
+        if (item) {
+            triggerAllChangeCallbacks(item, ChangeEventType::eChanged);
+        } else if (!pathBelowSource.empty()) {
+            eventPath.resize(prefixLength);
+            if (prefixLength == 0 || pathBelowSource != "/") {
+                eventPath += pathBelowSource;
+            }
+            triggerAllChangeCallbacksFromPath(eventPath.c_str(), ChangeEventType::eChanged);
+        }
+    }
+}
+
+// Entries whose events were sent are left alone: their nodes may be gone already.
+template <class IsLost>
+void MergeReport::_forgetPending(IsLost isLost) {
+    for (MergeReport* report = t_innermostReport; report; report = report->m_outer) {
+        std::vector<const Item*>& items = report->m_data.updatedItems;
+        for (size_t i = report->m_sentCount; i < items.size(); ++i) {
+            if (items[i] && isLost(items[i])) {
+                items[i] = nullptr;
+            }
+        }
+    }
+}
+
+void MergeReport::forgetSubtree(const Item* item) {
+    if (t_innermostReport) {
+        const bool hasChildren = g_idictionary->getItemChildCount(item) > 0;
+        _forgetPending([&](const Item* pending) {
+            return pending == item || (hasChildren && isBelow(item, pending));
+        });
+    }
+}
+
+void MergeReport::forgetBelow(const Item* item) {
+    if (t_innermostReport && g_idictionary->getItemChildCount(item) > 0) {
+        _forgetPending([&](const Item* pending) { return isBelow(item, pending); });
+    }
+}
+
+} // namespace vorn::settings

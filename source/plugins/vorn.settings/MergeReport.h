@@ -1,0 +1,70 @@
+// The report of one merge: which nodes the caller's callback let through, in that order, and the
+// events that are sent for them when the merge is complete.
+//
+// Nodes that existed before the merge are remembered by their handles. An event may run a callback
+// that destroys a node whose own event is still to come, so live reports form a chain through the
+// stack of their thread, and every operation that is about to destroy nodes has them forgotten.
+#pragma once
+
+#include "State.h"
+
+#include <exception>
+#include <vector>
+
+namespace vorn::settings {
+
+// The data of one merge. Both arrays have one entry per accepted node.
+struct MergeDataWrapper {
+    // The node in the settings; null when the merge creates it or when it has been forgotten.
+    std::vector<const dictionary::Item*> updatedItems;
+    // The destination as the caller gave it.
+    MflString dstPath;
+    const dictionary::Item* srcRoot;
+    // For created nodes the full path below srcRoot; empty for all others.
+    std::vector<MflString> updatedItemPaths;
+    // The caller's callback and its pointer.
+    dictionary::OnUpdateItemFn onUpdateItemFn;
+    void* userData;
+};
+
+class MergeReport {
+public:
+    // onUpdateItemFn may be null: everything is accepted.
+    MergeReport(const char* dstPath,
+                const dictionary::Item* srcRoot,
+                dictionary::OnUpdateItemFn onUpdateItemFn,
+                void* userData);
+    ~MergeReport();
+    MergeReport(const MergeReport&) = delete;
+    MergeReport& operator=(const MergeReport&) = delete;
+
+    // Asks the caller's callback about one node of the merge and records what it accepts.
+    dictionary::UpdateAction askAndRecord(const dictionary::Item* dstItem,
+                                          dictionary::ItemType dstItemType,
+                                          const dictionary::Item* srcItem,
+                                          dictionary::ItemType srcItemType);
+
+    // Sends eChanged for every recorded node, in order. Called once, after the merge. Throws, and
+    // sends nothing, when recording ran out of memory.
+    void send();
+
+    // What is about to be destroyed gets no event from any report of this thread: the item and
+    // everything below it, or, because a value or an array is written over the item, only the
+    // latter.
+    static void forgetSubtree(const dictionary::Item* item);
+    static void forgetBelow(const dictionary::Item* item);
+
+private:
+    template <class IsLost>
+    static void _forgetPending(IsLost isLost);
+
+    bool _isAwaited() const;
+    void _record(const dictionary::Item* dstItem, const dictionary::Item* srcItem);
+
+    MergeDataWrapper m_data;
+    std::exception_ptr m_failure; // why the record is incomplete, if it is
+    size_t m_sentCount = 0;       // entries from here on are pending
+    MergeReport* m_outer;
+};
+
+} // namespace vorn::settings

@@ -1,0 +1,158 @@
+// Strings for paths, with storage from the store's own pools, and their hash.
+//
+// Threads: the pools are shared by every string of the store and guarded by one mutex, held for a
+// single allocation or release at a time. A string itself belongs to one thread.
+#pragma once
+
+#include <vorn/Defines.h>
+#include <vorn/extras/MultiFreeListAllocator.h>
+
+#include <pthread.h>
+
+#include <limits>
+#include <new>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace vorn::settings {
+
+// The storage of all pooled strings and its lock (defined in State.cpp).
+extern extras::MultiFreeListAllocator g_multiFreeListStringsAlloc;
+extern pthread_mutex_t g_multiFreeListStringsAllocMutex;
+
+// Holds the lock of the string pools from construction to destruction.
+class StringsAllocLock {
+public:
+    StringsAllocLock() {
+        if (const int error = pthread_mutex_lock(&g_multiFreeListStringsAllocMutex)) {
+            throw std::system_error(error, std::generic_category());
+        }
+    }
+    ~StringsAllocLock() {
+        pthread_mutex_unlock(&g_multiFreeListStringsAllocMutex);
+    }
+    StringsAllocLock(const StringsAllocLock&) = delete;
+    StringsAllocLock& operator=(const StringsAllocLock&) = delete;
+};
+
+// Standard allocator over the string pools. All instances stand for the same pools.
+template <class T>
+class MultiFreeListStringAllocStlWrapper {
+public:
+    using size_type = size_t;
+    using difference_type = ptrdiff_t;
+    using pointer = T*;
+    using const_pointer = const T*;
+    using reference = T&;
+    using const_reference = const T&;
+    using value_type = T;
+
+    template <class U>
+    struct rebind {
+        using other = MultiFreeListStringAllocStlWrapper<U>;
+    };
+
+    MultiFreeListStringAllocStlWrapper() = default;
+    template <class U>
+    MultiFreeListStringAllocStlWrapper(const MultiFreeListStringAllocStlWrapper<U>&) {}
+
+    pointer address(reference value) const {
+        return &value;
+    }
+    const_pointer address(const_reference value) const {
+        return &value;
+    }
+    size_type max_size() const {
+        return std::numeric_limits<size_type>::max() / sizeof(T);
+    }
+
+    // n bytes. The hint is ignored.
+    pointer allocate(size_type n, const void* = nullptr) {
+        static_assert(sizeof(T) == 1, "sizes are counted in bytes");
+        const StringsAllocLock lock;
+        void* memory = g_multiFreeListStringsAlloc.allocate(n);
+        if (!memory) {
+            throw std::bad_alloc();
+        }
+        return static_cast<pointer>(memory);
+    }
+    // The chunk knows its own size.
+    void deallocate(pointer p, size_type) {
+        const StringsAllocLock lock;
+        g_multiFreeListStringsAlloc.deallocate(p);
+    }
+
+    void construct(pointer p, const T& value) {
+        ::new (static_cast<void*>(p)) T(value);
+    }
+    void destroy(pointer) {}
+
+    bool operator==(const MultiFreeListStringAllocStlWrapper&) const {
+        return true;
+    }
+    bool operator!=(const MultiFreeListStringAllocStlWrapper&) const {
+        return false;
+    }
+};
+
+using MflString =
+    std::basic_string<char, std::char_traits<char>, MultiFreeListStringAllocStlWrapper<char>>;
+
+// 64-bit FNV-1a. Bytes count as signed, so those from 0x80 on enter with all upper bits set.
+struct MflStringHash {
+    static constexpr uint64_t kFnvOffsetBasis = vorn::kFnvBasis;
+    static constexpr uint64_t kFnvPrime = vorn::kFnvPrime;
+    static constexpr uint64_t kFnvPrimeInverse = 0xce965057aff6957bull;
+    static_assert(kFnvPrime * kFnvPrimeInverse == 1, "undoes the multiplication modulo 2^64");
+
+    size_t operator()(const MflString& mflString) const {
+        return ofBytes(mflString);
+    }
+
+    static size_t ofBytes(std::string_view bytes) {
+        uint64_t hashVal = kFnvOffsetBasis;
+        for (const char byte : bytes) {
+            hashVal = (hashVal ^ widen(byte)) * kFnvPrime;
+        }
+        return hashVal;
+    }
+
+    // The hash of a string less its last byte, from that of the whole string.
+    static size_t withoutLast(size_t hashVal, char lastByte) {
+        return (hashVal * kFnvPrimeInverse) ^ widen(lastByte);
+    }
+
+private:
+    static uint64_t widen(char byte) {
+        return static_cast<uint64_t>(static_cast<int64_t>(static_cast<signed char>(byte)));
+    }
+};
+
+// A view of a path together with its hash, which follows when the path is shortened.
+class HashedPath {
+public:
+    explicit HashedPath(std::string_view path)
+        : m_path(path), m_hash(MflStringHash::ofBytes(path)) {}
+
+    std::string_view path() const {
+        return m_path;
+    }
+    size_t hash() const {
+        return m_hash;
+    }
+
+    // Cuts the last byte off and returns it. REQUIRES: the path is not empty.
+    char removeLast() {
+        const char last = m_path.back();
+        m_path.remove_suffix(1);
+        m_hash = MflStringHash::withoutLast(m_hash, last);
+        return last;
+    }
+
+private:
+    std::string_view m_path;
+    size_t m_hash;
+};
+
+} // namespace vorn::settings

@@ -1,0 +1,111 @@
+// A hash table with open addressing: entries lie in one array, each as near behind the place that
+// its hash gives it as was free, without a gap in between.
+//
+// Invariant: following the array from the place of a hash, every entry of that hash comes before
+// the first empty one. erase closes gaps, so there are no markers of removed entries.
+//
+// An Entry is empty when default-constructed, moves without throwing, and has
+//     bool isEmpty() const;
+//     size_t hash() const;      // REQUIRES: not empty
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+namespace vorn::settings {
+
+template <class Entry>
+class ProbeTable {
+public:
+    size_t size() const {
+        return m_size;
+    }
+
+    // The entry of that hash for which matches(entry) is true, or null.
+    template <class Matches>
+    Entry* find(size_t hash, Matches matches) const {
+        if (m_size == 0) {
+            return nullptr;
+        }
+        size_t place = _home(hash);
+        while (!m_entries[place].isEmpty()) {
+            Entry& entry = m_entries[place];
+            if (entry.hash() == hash && matches(entry)) {
+                return &entry;
+            }
+            place = _next(place);
+        }
+        return nullptr;
+    }
+
+    // Makes room for one more entry. On std::bad_alloc the table is as before.
+    void reserveOne() {
+        if (4 * (m_size + 1) <= 3 * m_capacity) {
+            return;
+        }
+        ProbeTable larger;
+        larger.m_capacity = m_capacity == 0 ? kMinCapacity : 2 * m_capacity;
+        larger.m_entries = std::make_unique<Entry[]>(larger.m_capacity);
+        for (size_t place = 0; place < m_capacity; ++place) {
+            if (!m_entries[place].isEmpty()) {
+                larger.insert(std::move(m_entries[place]));
+            }
+        }
+        *this = std::move(larger);
+    }
+
+    // REQUIRES: a reserveOne() since the last insert. Does not look for an equal entry.
+    void insert(Entry entry) noexcept {
+        size_t place = _home(entry.hash());
+        while (!m_entries[place].isEmpty()) {
+            place = _next(place);
+        }
+        m_entries[place] = std::move(entry);
+        ++m_size;
+    }
+
+    // Removes an entry that find returned. Other entries may move.
+    void erase(Entry* entry) noexcept {
+        size_t gap = static_cast<size_t>(entry - m_entries.get());
+        for (size_t place = _next(gap); !m_entries[place].isEmpty(); place = _next(place)) {
+            // An entry may move back into the gap unless its own place lies behind the gap.
+            const size_t home = _home(m_entries[place].hash());
+            if (_distance(home, place) >= _distance(gap, place)) {
+                m_entries[gap] = std::move(m_entries[place]);
+                gap = place;
+            }
+        }
+        m_entries[gap] = Entry();
+        --m_size;
+    }
+
+    void clear() noexcept {
+        m_entries.reset();
+        m_capacity = m_size = 0;
+    }
+
+private:
+    static constexpr size_t kMinCapacity = 8;
+
+    // Mixes all bits of the hash into the place, so that addresses will do as hashes.
+    size_t _home(size_t hash) const {
+        constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15ull;
+        const uint64_t mixed = hash * kGoldenRatio;
+        return (mixed ^ (mixed >> 32)) & (m_capacity - 1);
+    }
+    size_t _next(size_t place) const {
+        return (place + 1) & (m_capacity - 1);
+    }
+    // Steps from one place to another, around the end.
+    size_t _distance(size_t from, size_t to) const {
+        return (to - from) & (m_capacity - 1);
+    }
+
+    std::unique_ptr<Entry[]> m_entries;
+    size_t m_capacity = 0; // a power of two, or 0
+    size_t m_size = 0;     // at most three quarters of the capacity
+};
+
+} // namespace vorn::settings

@@ -1,0 +1,36 @@
+// The module-wide objects, constructed from top to bottom when the library is loaded and destroyed
+// from bottom to top when it is unloaded.
+#include "State.h"
+
+namespace vorn::settings {
+
+// Set by start-up. The table stays held after shut-down, for buffers that are given back late.
+dictionary::IDictionary* g_idictionary = nullptr;
+
+// The tree itself; not null exactly while the store is started. Start-up creates it, shut-down
+// destroys it, every operation reads it.
+dictionary::Item* g_modifiedSettingsRoot = nullptr;
+
+// Set by the first initializeFromDictionary and never reset, not even by a restart.
+bool g_isInitialized = false;
+
+// First of the objects with a constructor, since the keys of both maps live in it. Touched through
+// MflString alone, under its mutex; set up and released by start-up and shut-down.
+pthread_mutex_t g_multiFreeListStringsAllocMutex = PTHREAD_MUTEX_INITIALIZER;
+extras::MultiFreeListAllocator g_multiFreeListStringsAlloc;
+
+// Changed by subscribe and unsubscribe, read by the change dispatch, emptied by shut-down.
+ChangeEventsSubscriptions g_changeEventsSubscriptions;
+ChangeEventsSubscriptions g_treeChangeEventsSubscriptions;
+
+// Records of the two maps and of open transactions. Touched by the slots that make and end them;
+// set up by start-up, released by shut-down.
+extras::FreeListAllocator g_subscriptionIdAlloc;
+extras::FreeListAllocator g_transactionAlloc;
+
+// Strings that callers have not given back. Touched by the string buffer slots, under the mutex,
+// which is never held while the dictionary service runs. Outlives shut-down.
+std::unordered_set<const char*> g_createdBuffers;
+std::mutex g_createdBuffersMutex;
+
+} // namespace vorn::settings
