@@ -37,6 +37,11 @@ public:
         return m_digits + m_begin;
     }
 
+    // The last 15 bytes, zeros in front of the digits, and the terminating zero.
+    const char* paddedText() const {
+        return m_digits + kCapacity - 15;
+    }
+
 private:
     static constexpr size_t kCapacity = 20; // digits of the largest index
 

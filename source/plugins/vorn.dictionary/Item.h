@@ -53,15 +53,17 @@ struct alignas(16) Item {
     std::atomic<uint32_t> hash; // of the path; published last, so it vouches for the fields above
     uint32_t nameLength;
     union {
-        char inlineName[kInlineNameCapacity + 1]; // padded with zeros
-        char* longName;                           // owned by the tree
+        // Ends at the end, zero-terminated, with zeros in front: the last bytes of any two names
+        // lie in the same places.
+        char inlineName[kInlineNameCapacity + 1];
+        char* longName; // owned by the tree
     };
 
     bool hasLongName() const {
         return nameLength > kInlineNameCapacity;
     }
     const char* name() const {
-        return hasLongName() ? longName : inlineName;
+        return hasLongName() ? longName : inlineName + kInlineNameCapacity - nameLength;
     }
     std::string_view nameView() const {
         return {name(), nameLength};
@@ -95,20 +97,24 @@ struct alignas(16) Item {
         return false;
     }
 
-    // Whether the name is the nameLength bytes that end at text + end. text must have that many.
-    bool nameEndsText(const char* text, size_t end) const {
-        const size_t length = nameLength;
-        if (length <= 8) {
-            const uint64_t tail =
-                end >= 8 ? loadWord(text + end - 8) >> (64 - 8 * static_cast<unsigned>(length))
-                         : loadShort(text, end) >> (8 * static_cast<unsigned>(end - length));
-            return tail == loadWord(inlineName);
+    // REQUIRES: the length fits.
+    void setInlineName(std::string_view text) {
+        std::memset(inlineName, 0, sizeof(inlineName));
+        text.copy(inlineName + kInlineNameCapacity - text.size(), text.size());
+    }
+
+    // Whether the name is what ends at `end` in a text of that length. REQUIRES: the name is not
+    // longer than that.
+    bool nameEndsAt(const char* text, size_t end, size_t length) const {
+        if (hasLongName()) [[unlikely]] {
+            return std::memcmp(text + end - nameLength, longName, nameLength) == 0;
         }
-        if (length <= kInlineNameCapacity) {
-            return loadWord(text + end - length) == loadWord(inlineName) &&
-                   loadWord(text + end - 8) == loadWord(inlineName + length - 8);
+        const uint64_t difference =
+            loadWordEndingAt(text, end, length) ^ loadWord(inlineName + kInlineNameCapacity - 8);
+        if (nameLength <= 8) [[likely]] {
+            return (difference & kLastBytes[nameLength].mask) == 0;
         }
-        return std::memcmp(text + end - length, longName, length) == 0;
+        return difference == 0 && loadWord(text + end - nameLength) == loadWord(name());
     }
 
     // Whether the item is what path, of the given length, names below base. REQUIRES: length > 0.
@@ -116,7 +122,7 @@ struct alignas(16) Item {
         const Item* item = this;
         size_t end = length;
         for (;;) {
-            if (item->nameLength - 1u >= end || !item->nameEndsText(path, end)) {
+            if (item->nameLength - 1u >= end || !item->nameEndsAt(path, end, length)) {
                 return false; // a name is never empty; one that is (a root's) matches nothing
             }
             end -= item->nameLength;

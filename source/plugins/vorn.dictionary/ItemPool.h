@@ -15,7 +15,7 @@ namespace vorn::dictionary {
 class ItemPool {
 public:
     static constexpr uint32_t kNoItem = 0;
-    static constexpr uint32_t kFirstIndex = 2; // 0 and 1 mean "empty" and "removed" in PathTable
+    static constexpr uint32_t kFirstIndex = 2; // 0 and 1 mark slots of PathTable
 
     ItemPool() = default;
     ItemPool(const ItemPool&) = delete;
@@ -82,6 +82,10 @@ private:
         void* chunk = std::malloc(kChunkSize * sizeof(Item));
         if (!chunk) {
             return false;
+        }
+        if (m_capacity == 0) {
+            // The indices that name no item lead to items without a name, which match nothing.
+            std::memset(chunk, 0, kFirstIndex * sizeof(Item));
         }
         m_chunks[m_capacity >> kChunkBits].store(static_cast<Item*>(chunk),
                                                  std::memory_order_release);

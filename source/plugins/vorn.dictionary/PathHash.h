@@ -55,18 +55,32 @@ inline uint64_t loadWord(const char* text) {
     return word;
 }
 
-// The length bytes of text, at most 8, in the low bytes of a word; the others are zero.
-inline uint64_t loadShort(const char* text, size_t length) {
-    if (length >= 4) {
-        uint32_t low;
-        uint32_t high;
-        std::memcpy(&low, text, sizeof(low));
-        std::memcpy(&high, text + length - 4, sizeof(high));
-        return low | (static_cast<uint64_t>(high) << (8 * (length - 4)));
+// The last `count` bytes of a word, at most 8: as a mask, and as the factor that moves the low
+// bytes of a word there. Tables, because shifts by a variable cost more.
+struct LastBytes {
+    uint64_t mask;
+    uint64_t factor;
+};
+inline constexpr LastBytes kLastBytes[9] = {
+    {0x0000000000000000, 0},          {0xff00000000000000, 1ull << 56},
+    {0xffff000000000000, 1ull << 48}, {0xffffff0000000000, 1ull << 40},
+    {0xffffffff00000000, 1ull << 32}, {0xffffffffff000000, 1ull << 24},
+    {0xffffffffffff0000, 1ull << 16}, {0xffffffffffffff00, 1ull << 8},
+    {0xffffffffffffffff, 1ull},
+};
+
+// The bytes of text that end at `end`, in the last bytes of a word; what stands in front of them
+// is arbitrary. text has `length` bytes. REQUIRES: 0 < end <= length.
+inline uint64_t loadWordEndingAt(const char* text, size_t end, size_t length) {
+    if (end >= 8) [[likely]] {
+        return loadWord(text + end - 8);
+    }
+    if (length >= 8) [[likely]] {
+        return loadWord(text) * kLastBytes[end].factor;
     }
     uint64_t word = 0;
-    for (size_t i = length; i > 0; --i) {
-        word = (word << 8) | static_cast<unsigned char>(text[i - 1]);
+    for (size_t i = 0; i < end; ++i) {
+        word = word >> 8 | static_cast<uint64_t>(static_cast<unsigned char>(text[i])) << 56;
     }
     return word;
 }
@@ -82,13 +96,14 @@ inline uint32_t extendHash(uint32_t state, const char* text, size_t length) {
         crc = detail::crcWord(crc, loadWord(text + position));
     }
     // The last 1 to 8 bytes in one step: leading zero bytes leave a zero state alone, so they go
-    // to the top of a word, with the state folded into them instead of passed along.
-    const unsigned rest = static_cast<unsigned>(length - position);
-    const unsigned shift = 64 - 8 * rest;
-    const uint64_t last = length >= 8 ? loadWord(text + length - 8) >> shift << shift
-                                      : loadShort(text, length) << shift;
-    const uint64_t stateBeyond = (crc >> (4 * rest)) >> (4 * rest);
-    return static_cast<uint32_t>(detail::crcWord(0, last ^ (crc << shift)) ^ stateBeyond);
+    // to the end of a word, with the state folded into them instead of passed along. What of the
+    // state reaches beyond the bytes is added afterwards.
+    __extension__ typedef unsigned __int128 Product;
+    const LastBytes& rest = kLastBytes[length - position];
+    const Product moved = static_cast<Product>(crc) * rest.factor;
+    const uint64_t last = loadWordEndingAt(text, length, length) & rest.mask;
+    const uint64_t mixed = detail::crcWord(0, last ^ static_cast<uint64_t>(moved));
+    return static_cast<uint32_t>(mixed ^ static_cast<uint64_t>(moved >> 64));
 }
 
 // The state that a "/" adds: where the names of an item's children start from.

@@ -29,24 +29,22 @@ void PathTable::insert(uint32_t index) {
 uint32_t PathTable::remove(const Item* item) {
     Table* table = m_table.load(std::memory_order_relaxed);
     std::atomic<uint32_t>* slots = table->slots();
-    const Place place = table->placeOf(item->hash.load(std::memory_order_relaxed));
-    size_t i = place.first;
-    uint32_t slot = slots[i].load(std::memory_order_relaxed);
-    while (slot == kRemoved || m_items.at(table->indexOf(slot)) != item) {
-        i = (i + 1) & table->mask();
-        slot = slots[i].load(std::memory_order_relaxed);
+    const uint32_t indexMask = table->indexMask;
+    size_t i = mix(item->hash.load(std::memory_order_relaxed)) & indexMask;
+    while (m_items.at(slots[i].load(std::memory_order_relaxed) & indexMask) != item) {
+        i = (i + 1) & indexMask;
     }
-    const uint32_t index = table->indexOf(slot);
+    const uint32_t index = slots[i].load(std::memory_order_relaxed) & indexMask;
     --m_count;
-    if (slots[(i + 1) & table->mask()].load(std::memory_order_relaxed) != kEmpty) {
+    if (slots[(i + 1) & indexMask].load(std::memory_order_relaxed) != kEmpty) {
         slots[i].store(kRemoved, std::memory_order_release);
         ++m_removed;
         return index;
     }
     // The end of a run: no probe goes on past it, so it and the removed slots before it are empty.
     slots[i].store(kEmpty, std::memory_order_release);
-    for (i = (i - 1) & table->mask(); slots[i].load(std::memory_order_relaxed) == kRemoved;
-         i = (i - 1) & table->mask()) {
+    for (i = (i - 1) & indexMask; slots[i].load(std::memory_order_relaxed) == kRemoved;
+         i = (i - 1) & indexMask) {
         slots[i].store(kEmpty, std::memory_order_release);
         --m_removed;
     }
@@ -73,7 +71,7 @@ PathTable::Table* PathTable::_takeTable(unsigned bits) {
         if (!memory) {
             return nullptr;
         }
-        table = new (memory) Table{bits};
+        table = new (memory) Table{bits, (1u << bits) - 1};
         for (size_t i = 0; i < table->size(); ++i) {
             new (table->slots() + i) std::atomic<uint32_t>(kEmpty);
         }
@@ -100,17 +98,18 @@ void PathTable::_retire(Table* table) {
 
 void PathTable::_put(Table* table, uint32_t index, uint32_t hash) {
     std::atomic<uint32_t>* slots = table->slots();
-    const Place place = table->placeOf(hash);
-    size_t i = place.first;
+    const uint32_t indexMask = table->indexMask;
+    const uint32_t mixed = mix(hash);
+    size_t i = mixed & indexMask;
     uint32_t slot = slots[i].load(std::memory_order_relaxed);
     while (slot > kRemoved) {
-        i = (i + 1) & table->mask();
+        i = (i + 1) & indexMask;
         slot = slots[i].load(std::memory_order_relaxed);
     }
     if (slot == kRemoved) {
         --m_removed;
     }
-    slots[i].store(place.tag << table->bits | index, std::memory_order_release);
+    slots[i].store((mixed & ~indexMask) | index, std::memory_order_release);
 }
 
 // Replaces the table by one of the given size. Items are visited in the order of their memory,

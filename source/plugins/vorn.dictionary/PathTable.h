@@ -1,9 +1,9 @@
 // One flat table from the hash of a path to the item there.
 //
-// A slot of 32 bits holds an item's index and, in the bits that the index does not need, a tag of
-// the hash; 16 slots make a cache line. A lookup probes slots one after another from the hash's
-// own place, looks at an item only where the tag fits, and ends at an empty slot. The table tells
-// candidates; the caller confirms them by their names.
+// A slot of 32 bits holds an item's index in its low bits and, in the bits that the index does not
+// need, a tag of the hash; 16 slots make a cache line. A lookup probes slots one after another from
+// the hash's own place, looks at an item only where the tag fits, and ends at an empty slot. The
+// table tells candidates; the caller confirms them by their names.
 //
 // Threads: find() from any thread, without waiting; everything else under the tree's lock. A table
 // that has been replaced keeps its addresses until the end, but gives its pages back to the
@@ -35,15 +35,16 @@ public:
             const uint64_t generation = m_generation.load(std::memory_order_acquire);
             const Table* table = m_table.load(std::memory_order_acquire);
             if (table) {
-                const Place place = table->placeOf(hash);
+                const uint32_t indexMask = table->indexMask;
+                const uint32_t mixed = mix(hash);
                 const std::atomic<uint32_t>* slots = table->slots();
-                for (size_t i = place.first;; i = (i + 1) & table->mask()) {
+                for (size_t i = mixed & indexMask;; i = (i + 1) & indexMask) {
                     const uint32_t slot = slots[i].load(std::memory_order_acquire);
                     if (slot == kEmpty) {
                         break;
                     }
-                    if (table->tagOf(slot) == place.tag && slot != kRemoved) {
-                        Item* item = m_items.at(table->indexOf(slot));
+                    if (((slot ^ mixed) & ~indexMask) == 0) { // a removed one matches no item
+                        Item* item = m_items.at(slot & indexMask);
                         if (item->hash.load(std::memory_order_acquire) == hash && accept(item)) {
                             return item;
                         }
@@ -75,19 +76,12 @@ private:
     static constexpr unsigned kMinBits = 10;
     static constexpr unsigned kMaxBits = 31;
 
-    struct Place {
-        size_t first; // slot where probing starts
-        uint32_t tag;
-    };
-
     struct alignas(64) Table {
-        unsigned bits; // of the number of slots, which is also the number of bits of an index
+        unsigned bits;      // of the number of slots
+        uint32_t indexMask; // of a slot: the index; of a mixed hash: where probing starts
 
         size_t size() const {
             return size_t{1} << bits;
-        }
-        size_t mask() const {
-            return size() - 1;
         }
         std::atomic<uint32_t>* slots() {
             return reinterpret_cast<std::atomic<uint32_t>*>(this + 1);
@@ -98,19 +92,13 @@ private:
         size_t bytes() const {
             return sizeof(Table) + size() * sizeof(uint32_t);
         }
-        Place placeOf(uint32_t hash) const {
-            constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15ull;
-            const auto mixed = static_cast<uint32_t>((hash * kGoldenRatio) >> 32);
-            const unsigned tagBits = 32 - bits;
-            return {mixed >> tagBits, mixed & ((1u << tagBits) - 1)};
-        }
-        uint32_t tagOf(uint32_t slot) const {
-            return slot >> bits;
-        }
-        uint32_t indexOf(uint32_t slot) const {
-            return slot & static_cast<uint32_t>(mask());
-        }
     };
+
+    // Every bit of the result depends on every bit of the hash.
+    static uint32_t mix(uint32_t hash) {
+        constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15ull;
+        return static_cast<uint32_t>((hash * kGoldenRatio) >> 32);
+    }
 
     static bool _fits(size_t used, unsigned bits) {
         return used <= (size_t{7} << bits) / 8;

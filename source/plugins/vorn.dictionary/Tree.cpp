@@ -144,11 +144,10 @@ uint32_t Tree::_newItem(Item* parent, std::string_view name, uint32_t hash, Item
     Item* item = m_items.at(index);
     item->parent = parent;
     item->nameLength = static_cast<uint32_t>(name.size());
-    std::memset(item->inlineName, 0, sizeof(item->inlineName));
     if (longName) {
         item->longName = longName;
     } else {
-        std::memcpy(item->inlineName, name.data(), name.size());
+        item->setInlineName(name);
     }
     const Value lastLife = item->read();
     item->head.store(lastLife.nextHead(type), std::memory_order_relaxed);
@@ -253,9 +252,12 @@ bool Tree::_hasElementsInOrder(const Item* array, size_t length) const {
     if (array->type() != ItemType::eDictionary || childCount(array) != length) {
         return false;
     }
+    ChildList* children = array->read().children();
     ElementName name;
     for (size_t i = 0; i < length; ++i, name.next()) {
-        if (child(array, i)->nameView() != name.view()) {
+        // Both hold the digits at the end, behind zeros.
+        const Item* element = m_items.at(children->indexAt(i));
+        if (std::memcmp(element->inlineName, name.paddedText(), sizeof(element->inlineName)) != 0) {
             return false;
         }
     }
