@@ -1,0 +1,174 @@
+// Threads that read, write, create and remove at once, as the contract's thread tags allow. Meant
+// for the thread sanitizer too.
+#include "DictionaryFixture.h"
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <thread>
+#include <vector>
+
+namespace vorn::dictionary {
+namespace {
+
+constexpr size_t kItems = 16;
+constexpr size_t kMaxCreated = 30000;
+
+class Threads : public DictionaryTest {
+protected:
+    // Stores value number n and returns its text, which gives the type away: even integers, odd
+    // numbers and a half, "s" and the number repeated over a changing length.
+    std::string write(Item* item, int64_t n) const {
+        if (n % 3 == 0) {
+            return d->setInt64(item, 2 * n), std::to_string(2 * n);
+        }
+        if (n % 3 == 1) {
+            return d->setFloat64(item, static_cast<double>(2 * n + 1) + 0.5),
+                   std::to_string(2 * n + 1) + ".5";
+        }
+        std::string string;
+        for (int64_t repeats = n % 7; repeats >= 0; --repeats) {
+            string += "s" + std::to_string(n);
+        }
+        return d->setString(item, string.c_str()), string;
+    }
+    static bool isNumber(double number, bool isInt, bool isFloat) {
+        const double rest = std::fmod(number, 2);
+        return ((isInt && rest == 0.0) || (isFloat && rest == 1.5)) && number < 1e12;
+    }
+    static bool isWhole(const std::string& value) {
+        if (value[0] != 's') {
+            const bool isFloat = value.find('.') != std::string::npos;
+            return isNumber(std::stod(value), !isFloat, isFloat);
+        }
+        const int64_t n = std::stoll(value.substr(1));
+        std::string expected;
+        for (int64_t repeats = n % 7; repeats >= 0; --repeats) {
+            expected += "s" + std::to_string(n);
+        }
+        return value == expected;
+    }
+    static bool goesOn(std::chrono::steady_clock::time_point end) {
+        return !HasFailure() && std::chrono::steady_clock::now() < end;
+    }
+
+    std::vector<Item*> items;            // items of even index are written by both writers
+    std::string last[2][kItems];         // by writer
+    std::vector<const Item*> created[2]; // by creator
+};
+
+TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
+    for (size_t i = 0; i < kItems; ++i) {
+        items.push_back(d->makeIntAtPath(root, ("w/" + std::to_string(i)).c_str(), 0));
+    }
+    const Item* grown = d->makeDictionaryAtPath(root, "grown");
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1200);
+    const auto read = [&] {
+        std::vector<const Item*> seen;
+        for (size_t n = 0; goesOn(end); ++n) {
+            const std::string name = std::to_string(n % kItems);
+            const Item* item = at("w/" + name);
+            EXPECT_EQ(item, items[n % kItems]);
+            EXPECT_PRED1(isWhole, text(item));
+            const double number = d->getAsFloat64(item);
+            EXPECT_TRUE(isNumber(number, true, true)) << number;
+            const size_t count = d->getItemChildCount(grown);
+            EXPECT_GE(count, seen.size());
+            while (seen.size() < count) {
+                seen.push_back(d->getItemChildByIndex(grown, seen.size()));
+            }
+            if (count > 0) {
+                const Item* child = d->getItemChildByIndex(grown, n * 7919 % count);
+                EXPECT_EQ(child, seen[n * 7919 % count]); // nothing moves
+                EXPECT_EQ(d->getItem(grown, d->getItemName(child)), child);
+            }
+        }
+    };
+    const auto overwrite = [&](size_t writer) {
+        for (size_t n = 0; goesOn(end); ++n) {
+            const size_t i = n % kItems;
+            if (i % 2 == 0 || i / 2 % 2 == writer) {
+                last[writer][i] = write(items[i], static_cast<int64_t>(2 * n + writer));
+                EXPECT_TRUE(i % 2 == 0 || text(items[i]) == last[writer][i]);
+            }
+        }
+    };
+    const auto create = [&](size_t creator) {
+        for (size_t n = 0; n < kMaxCreated && goesOn(end); ++n) {
+            const std::string number = std::to_string(n);
+            const std::string own = "grown/" + number + "_" + std::to_string(creator);
+            d->makeInt64AtPath(root, own.c_str(), static_cast<int64_t>(n));
+            const std::string both = "grown/" + number + "/both";
+            created[creator].push_back(d->createItem(root, both.c_str(), kInt));
+        }
+    };
+    const auto remove = [&] {
+        const std::vector<int64_t> ints(50, 4);
+        const char* const strings[] = {"a string of more than a few bytes", "b", ""};
+        for (size_t n = 1; goesOn(end); ++n) {
+            Item* array = d->createItem(root, "mine/array", kDict);
+            d->setInt64Array(array, ints.data(), n * 7 % ints.size());
+            EXPECT_EQ(d->getItemChildCount(array), n * 7 % ints.size());
+            d->setStringArray(array, strings, n % 4 % 3);
+            Item* copy = d->makeDictionaryAtPath(nullptr, "copy");
+            d->update(copy, nullptr, root, "w", nullptr, nullptr); // beside the writers
+            for (size_t i = 0; i < kItems; ++i) {
+                EXPECT_PRED1(isWhole, text(d->getItemAt(copy, i)));
+            }
+            d->destroyItem(copy);
+            d->destroyItem(n % 2 ? array : d->getItemMutable(root, "mine"));
+        }
+    };
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < 2; ++i) {
+        threads.emplace_back(read);
+        threads.emplace_back(overwrite, i);
+        threads.emplace_back(create, i);
+    }
+    threads.emplace_back(remove);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    for (size_t i = 0; i < kItems; ++i) {
+        const std::string value = text(items[i]);
+        EXPECT_TRUE(value == last[0][i] || value == last[1][i]) << value;
+    }
+    size_t expected = std::max(created[0].size(), created[1].size());
+    for (size_t creator = 0; creator < 2; ++creator) {
+        EXPECT_GT(created[creator].size(), 100u);
+        expected += created[creator].size();
+        for (size_t n = 0; n < created[creator].size(); ++n) {
+            const std::string number = std::to_string(n);
+            ASSERT_EQ(at("grown/" + number + "/both"), created[creator][n]);
+            ASSERT_EQ(text(at("grown/" + number + "_" + std::to_string(creator))), number);
+        }
+    }
+    EXPECT_EQ(d->getItemChildCount(grown), expected);
+}
+
+TEST_F(Threads, ADictionaryThatGrowsIsNeverSeenToShrink) {
+    constexpr size_t kChildren = 50;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(800);
+    std::atomic<Item*> growing{root};
+    std::thread creator([&] {
+        int n = 0;
+        do {
+            growing = d->createItem(root, std::to_string(++n).c_str(), kDict);
+            for (size_t i = 0; i < kChildren; ++i) {
+                d->setInt64At(growing, i, 1);
+            }
+        } while (goesOn(end));
+    });
+    while (goesOn(end)) {
+        const Item* item = growing;
+        for (size_t seen = 0, count = 0; seen < kChildren && item == growing; seen = count) {
+            count = d->getItemChildCount(item);
+            EXPECT_GE(count, seen);
+        }
+    }
+    creator.join();
+}
+
+} // namespace
+} // namespace vorn::dictionary

@@ -1,0 +1,199 @@
+// Random operations on two trees against a plain model of what they must hold.
+#include "DictionaryFixture.h"
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+namespace vorn::dictionary {
+namespace {
+
+std::string operator/(const std::string& path, const std::string& name) {
+    return path.empty() ? name : path + "/" + name;
+}
+
+struct Node {
+    std::string name;
+    ItemType type = kDict;
+    std::string value = "(none)"; // as text
+    std::vector<Node> children;
+    const Item* item = nullptr; // once seen, the item must stay the same
+
+    Node* find(const std::string& path) {
+        const size_t length = std::min(path.find('/'), path.size());
+        for (Node& child : children) {
+            if (!path.empty() && path.compare(0, length, child.name) == 0) {
+                return child.find(path.substr(std::min(length + 1, path.size())));
+            }
+        }
+        return path.empty() ? this : nullptr;
+    }
+    void set(ItemType newType, const std::string& newValue) {
+        type = newType;
+        value = newValue;
+        children.clear();
+    }
+    Node& create(const std::string& path, ItemType newType) {
+        constexpr const char* kNeutral[] = {"false", "0", "0.0", "", "(none)"};
+        const ItemType wanted = path.empty() ? newType : kDict;
+        if (type != wanted) {
+            set(wanted, kNeutral[static_cast<size_t>(wanted)]);
+        }
+        if (path.empty()) {
+            return *this;
+        }
+        const size_t length = std::min(path.find('/'), path.size());
+        Node* child = find(path.substr(0, length));
+        if (!child) {
+            child = &children.emplace_back();
+            child->name = path.substr(0, length);
+        }
+        return child->create(path.substr(std::min(length + 1, path.size())), newType);
+    }
+    void setArray(size_t length, const std::string& text) {
+        create("", kDict);
+        std::vector<Node> elements;
+        for (size_t i = 0; i < length; ++i) {
+            elements.push_back(create(std::to_string(i), kInt));
+            elements.back().value = text;
+        }
+        children = elements;
+    }
+    size_t size() const {
+        size_t result = 1;
+        for (const Node& child : children) {
+            result += child.size();
+        }
+        return result;
+    }
+};
+
+// The questions of a merge and their answers, which depend on seed and number alone.
+struct Questions {
+    uint32_t seed;
+    std::string log;
+
+    UpdateAction answer(ItemType dstType, ItemType srcType) {
+        log += std::to_string(static_cast<int>(dstType) * 10 + static_cast<int>(srcType)) + " ";
+        return (seed + log.size() * 7) % 5 == 0 ? UpdateAction::eKeep : UpdateAction::eOverwrite;
+    }
+    void merge(Node& base, const std::string& path, const Node& src) {
+        const Node* dst = base.find(path);
+        if (!dst || dst->type != kDict || src.type != kDict) {
+            if (answer(dst ? dst->type : kNone, src.type) == UpdateAction::eKeep) {
+                return;
+            }
+            base.create(path, src.type).value = src.value;
+        }
+        for (const Node& child : src.children) {
+            merge(base, path / child.name, child);
+        }
+    }
+};
+
+class Model : public DictionaryTest {
+protected:
+    uint32_t roll(uint32_t sides) {
+        return static_cast<uint32_t>(random() % sides);
+    }
+    std::string rollPath() {
+        const char* const names[] = {"a", "b", "0", "1", "a name of more than sixteen bytes"};
+        std::string path;
+        for (uint32_t depth = roll(4); depth > 0; --depth) {
+            path = path / names[roll(5)];
+        }
+        return path;
+    }
+    // The tree below item, found by its path, is what the model says.
+    void check(Item* base, const Item* item, const Item* parent, Node& node, std::string path) {
+        ASSERT_EQ(d->getItem(base, path.c_str()), item) << path;
+        ASSERT_EQ(d->getItemParent(item), parent) << path;
+        ASSERT_TRUE(!node.item || node.item == item) << path << " moved";
+        node.item = item;
+        ASSERT_EQ(d->getItemType(item), node.type) << path;
+        ASSERT_EQ(text(item), node.value) << path;
+        ASSERT_EQ(d->getItemChildCount(item), node.children.size()) << path;
+        for (size_t i = 0; i < node.children.size(); ++i) {
+            Node& child = node.children[i];
+            check(base, d->getItemChildByIndex(item, i), item, child, path / child.name);
+        }
+    }
+    void update(Item* base, Node& model, Item* from, Node& fromModel) {
+        const std::string path = rollPath(), srcPath = rollPath();
+        const Node* src = fromModel.find(srcPath);
+        if (src && model.size() + src->size() > 300) {
+            return;
+        }
+        Questions asked{roll(1000), ""}, expected = asked;
+        d->update(
+            base, path.c_str(), from, srcPath.c_str(),
+            [](const Item*, ItemType dstType, const Item*, ItemType srcType, void* questions) {
+                return static_cast<Questions*>(questions)->answer(dstType, srcType);
+            },
+            &asked);
+        if (src) {
+            expected.merge(model, path, Node(*src)); // the source as it was
+        }
+        ASSERT_EQ(asked.log, expected.log) << srcPath << " to " << path;
+    }
+    void step(Item* base, Node& model) {
+        const std::string path = rollPath();
+        Item* item = d->getItemMutable(base, path.c_str());
+        Node* node = model.find(path);
+        ASSERT_EQ(item != nullptr, node != nullptr) << path;
+        const int number = static_cast<int>(roll(1000));
+        const std::string string(roll(40), 's');
+        switch (node && !path.empty() ? roll(6) : 5) {
+        case 0: {
+            d->destroyItem(item);
+            const size_t slash = path.rfind('/');
+            Node* parent = model.find(path.substr(0, slash == std::string::npos ? 0 : slash));
+            parent->children.erase(parent->children.begin() + (node - parent->children.data()));
+            break;
+        }
+        case 1:
+            d->setFloat64(item, number + 0.5);
+            node->set(kFloat, std::to_string(number) + ".5");
+            break;
+        case 2:
+            d->setString(item, string.c_str());
+            node->set(kString, string);
+            break;
+        case 3: {
+            const std::vector<int64_t> values(roll(4), number);
+            d->setInt64Array(item, values.data(), values.size());
+            node->setArray(values.size(), std::to_string(number));
+            break;
+        }
+        default: {
+            const ItemType type = static_cast<ItemType>(roll(5));
+            d->createItem(base, path.c_str(), type);
+            model.create(path, type);
+        }
+        }
+    }
+
+    std::mt19937 random;
+};
+
+TEST_F(Model, AgreesAfterAnyOperations) {
+    for (uint32_t seed = 0; seed < 20; ++seed) {
+        random.seed(seed);
+        Item* const roots[] = {d->makeDictionaryAtPath(nullptr, "one"),
+                               d->makeDictionaryAtPath(nullptr, "two")};
+        Node models[2];
+        for (int count = 0; count < 5000 && !HasFatalFailure(); ++count) {
+            SCOPED_TRACE(testing::Message() << "seed " << seed << ", step " << count);
+            const uint32_t tree = roll(2), other = roll(2);
+            roll(5) ? step(roots[tree], models[tree])
+                    : update(roots[tree], models[tree], roots[other], models[other]);
+            if (count % 25 == 0 && !HasFatalFailure()) {
+                check(roots[tree], roots[tree], nullptr, models[tree], "");
+            }
+        }
+        d->destroyItem(roots[seed % 2]);
+    }
+}
+
+} // namespace
+} // namespace vorn::dictionary

@@ -1,0 +1,87 @@
+// What the tests of the host share: a host without plugins, a logger that records, and verbs.
+#pragma once
+
+#include "TestInterface.h"
+
+#include "vorn/host/Host.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using Lines = std::vector<std::string>;
+
+// The library of a test plugin.
+inline std::string pluginFile(const std::string& name) {
+    return std::string(VORN_HOST_TEST_PLUGIN_DIR) + "/lib" + name + ".plugin.so";
+}
+
+// Keeps every message as "source: text".
+struct RecordingLogger {
+    vorn::logging::Logger logger = {record};
+    Lines lines;
+
+    static void record(vorn::logging::Logger* self,
+                       const char* source,
+                       int32_t,
+                       const char*,
+                       int,
+                       const char* message) {
+        // The logger is the first member.
+        reinterpret_cast<RecordingLogger*>(self)->lines.push_back(std::string(source) + ": " +
+                                                                  message);
+    }
+};
+
+class HostFixture : public testing::Test {
+protected:
+    HostFixture() {
+        host.logging().removeLogger(&host.logging().getDefaultLogger()->logger);
+        host.logging().addLogger(&log.logger);
+    }
+
+    void load(const std::string& name) {
+        host.loadPlugin(pluginFile(name));
+    }
+
+    // Loads what the wildcards match, the way that an application does it.
+    void loadAll(const std::vector<const char*>& wildcards) {
+        const char* directory = VORN_HOST_TEST_PLUGIN_DIR;
+        vorn::PluginLoadingDesc desc = {};
+        desc.searchPaths = &directory;
+        desc.searchPathCount = 1;
+        desc.loadedFileWildcards = wildcards.data();
+        desc.loadedFileWildcardCount = wildcards.size();
+        framework.loadPluginsEx(desc);
+    }
+
+    TestInterface* acquire(const char* interface,
+                           vorn::Version version = {0, 1},
+                           const char* pluginName = nullptr,
+                           const char* client = "test") {
+        return static_cast<TestInterface*>(
+            framework.acquireInterfaceWithClient(client, {interface, version}, pluginName));
+    }
+    TestInterface* tryAcquire(const char* interface, vorn::Version version = {0, 1}) {
+        return static_cast<TestInterface*>(
+            framework.tryAcquireInterfaceWithClient("test", {interface, version}, nullptr));
+    }
+
+    // The messages so far, which are forgotten.
+    Lines takeLines() {
+        return std::exchange(log.lines, {});
+    }
+
+    RecordingLogger log; // outlives the host, which logs to the end
+    vorn::host::Host host{{}, "test"};
+    vorn::Framework& framework = host.framework();
+};
+
+// Expects one message that holds all the parts.
+inline void expectOneLine(const Lines& lines, const std::vector<std::string>& parts) {
+    ASSERT_EQ(lines.size(), 1u) << testing::PrintToString(lines);
+    for (const std::string& part : parts) {
+        EXPECT_NE(lines[0].find(part), std::string::npos) << part << "\nis not in\n" << lines[0];
+    }
+}

@@ -1,0 +1,167 @@
+// The C++ face: one host at a time, that leaves nothing behind; directories; the file system.
+
+#include "HostFixture.h"
+
+#include "vorn/filesystem/FileSystem.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <malloc.h>
+
+namespace fs = std::filesystem;
+
+using vorn::filesystem::FileSystem;
+using vorn::host::Host;
+using vorn::host::HostError;
+
+static const Lines kNoDirectories;
+
+static bool isAnyTestPluginMapped() {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find(VORN_HOST_TEST_PLUGIN_DIR) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST(Host, IsAloneInTheProcessAndCanBeMadeAgain) {
+    {
+        Host host(kNoDirectories);
+        EXPECT_THROW(Host second(kNoDirectories), HostError);
+        EXPECT_NE(host.acquire<vorn::logging::Logging>(), nullptr) << "the first one is unharmed";
+    }
+    Host again(kNoDirectories);
+    EXPECT_EQ(again.framework().getPluginCount(), 2u);
+}
+
+TEST(Host, StartedAHundredTimesGrowsNothingAndUnloadsEverything) {
+    vorn::logging::Logger silent = {
+        [](vorn::logging::Logger*, const char*, int32_t, const char*, int, const char*) {}};
+    const auto liveOnce = [&] {
+        Host host(kNoDirectories);
+        host.logging().addLogger(&silent);
+        host.logging().createStandardLogger();
+        host.logging().setLevelThresholdForSource(
+            "gone", vorn::logging::LogSettingBehavior::eOverride, vorn::logging::kLevelFatal);
+        host.framework().setReloadableTempPath(testing::TempDir().c_str());
+        for (const char* name : {"top", "middle", "base", "edition1"}) {
+            host.loadPlugin(pluginFile(name));
+        }
+        EXPECT_THROW(host.loadPlugin(pluginFile("hollow")), HostError);
+        host.acquire({"test::Top", {0, 1}}, nullptr);
+        EXPECT_TRUE(isAnyTestPluginMapped());
+    };
+    for (int warmUp = 0; warmUp < 10; ++warmUp) {
+        liveOnce();
+    }
+    const size_t bytesBefore = mallinfo2().uordblks;
+    constexpr size_t kRounds = 100;
+    for (size_t round = 0; round < kRounds; ++round) {
+        liveOnce();
+    }
+    EXPECT_FALSE(isAnyTestPluginMapped());
+    // The allocator's own lists settle late; one block lost in every round takes 32 bytes of it.
+    EXPECT_LT(mallinfo2().uordblks, bytesBefore + kRounds * 32);
+}
+
+TEST(Host, ThrowsWhatIsWrongAndTriesWithoutAWord) {
+    testing::internal::CaptureStderr();
+    Host host({VORN_HOST_TEST_PLUGIN_DIR}, "app");
+    const std::string loadingErrors = testing::internal::GetCapturedStderr();
+    EXPECT_NE(loadingErrors.find("vorn.host: error: plugin \"othermajor.plugin\""),
+              std::string::npos)
+        << loadingErrors;
+
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(host.tryAcquire({"test::Lonely", {0, 1}}, nullptr), nullptr);
+    try {
+        host.acquire({"test::Lonely", {0, 1}}, nullptr);
+        ADD_FAILURE() << "was served";
+    } catch (const HostError& error) {
+        expectOneLine({error.what()}, {"\"app\"", "test.lonely", "test::Nowhere 0.1"});
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_TRUE(
+        static_cast<TestInterface*>(host.acquire({"test::Top", {0, 1}}, nullptr))->isStarted());
+}
+
+TEST(Host, AFileOfTheSameNameInALaterDirectoryIsPassedOver) {
+    const fs::path later = fs::path(testing::TempDir()) / "vorn_host_later";
+    fs::create_directories(later);
+    fs::copy_file(pluginFile("rival"), later / "libbase.plugin.so",
+                  fs::copy_options::overwrite_existing);
+    fs::copy_file(pluginFile("base"), later / "libfresh.plugin.so",
+                  fs::copy_options::overwrite_existing);
+    testing::internal::CaptureStderr();
+    {
+        Host host({VORN_HOST_TEST_PLUGIN_DIR, later});
+        const std::string errors = testing::internal::GetCapturedStderr();
+        EXPECT_NE(errors.find(later / "libfresh.plugin.so"), std::string::npos) << errors;
+        EXPECT_EQ(errors.find(later / "libbase.plugin.so"), std::string::npos) << errors;
+        EXPECT_EQ(host.framework().getPluginDesc("test.base").libPath, pluginFile("base"));
+        EXPECT_EQ(host.framework().getPluginDesc("test.rival").libPath, pluginFile("rival"));
+    }
+    fs::remove_all(later);
+}
+
+TEST(DefaultPluginDirectories, NamesExistingOnesOnceAndTheEnvironmentFirst) {
+    const std::string given =
+        std::string("/:/nowhere/at/all::") + VORN_HOST_TEST_PLUGIN_DIR + "/.:/";
+    setenv("VORN_PLUGIN_PATH", given.c_str(), 1);
+    const Lines directories = vorn::host::defaultPluginDirectories();
+    unsetenv("VORN_PLUGIN_PATH");
+    ASSERT_GE(directories.size(), 2u);
+    EXPECT_EQ(directories[0], "/");
+    EXPECT_EQ(directories[1], fs::canonical(VORN_HOST_TEST_PLUGIN_DIR));
+    for (const std::string& directory : directories) {
+        EXPECT_TRUE(fs::is_directory(directory)) << directory;
+        EXPECT_EQ(std::count(directories.begin(), directories.end(), directory), 1);
+    }
+}
+
+TEST(FileSystemService, WalksInOrderAndTellsFilesDirectoriesAndLinksApart) {
+    Host host(kNoDirectories);
+    const FileSystem& files = *host.acquire<FileSystem>();
+    const fs::path root = fs::path(testing::TempDir()) / "vorn_host_files";
+    fs::remove_all(root);
+    ASSERT_TRUE(files.makeDirectories((root / "c/deep").c_str()));
+    std::ofstream(root / "b") << "text";
+    fs::create_symlink("b", root / "a");
+    fs::create_symlink("nowhere", root / "d");
+
+    Lines seen;
+    const auto note = [](const char* path, const vorn::filesystem::ItemInfo* info, void* userData) {
+        static constexpr const char* kTypes[] = {"file", "directory", "other"};
+        static_cast<Lines*>(userData)->push_back(
+            fs::path(path).filename().string() + " " + kTypes[static_cast<int>(info->type)] +
+            (info->isLink ? " link " : " ") +
+            (info->type == vorn::filesystem::ItemType::eFile ? std::to_string(info->size) : ""));
+        return fs::path(path).filename() == "d" ? vorn::filesystem::WalkAction::eStop
+                                                : vorn::filesystem::WalkAction::eContinue;
+    };
+    std::ofstream(root / "e") << "is not reached";
+    EXPECT_TRUE(files.forEachDirectoryItem(root.c_str(), note, &seen));
+    EXPECT_EQ(seen, (Lines{"a file link 4", "b file 4", "c directory ", "d other link "}));
+    EXPECT_FALSE(files.forEachDirectoryItem((root / "b").c_str(), note, &seen));
+    EXPECT_FALSE(files.forEachDirectoryItem(nullptr, note, &seen));
+
+    EXPECT_TRUE(files.copyFile((root / "b").c_str(), (root / "e").c_str()));
+    EXPECT_EQ(fs::file_size(root / "e"), 4u);
+    EXPECT_FALSE(files.removeFile((root / "c").c_str()));
+    EXPECT_TRUE(files.removeFile((root / "e").c_str()));
+    EXPECT_FALSE(files.exists((root / "e").c_str()));
+
+    const std::string expected = fs::canonical(root / "b");
+    std::string buffer(expected.size() + 1, '?');
+    const std::string roundabout = root / "c/../a";
+    EXPECT_EQ(files.getCanonicalPath(roundabout.c_str(), buffer.data(), expected.size()),
+              expected.size());
+    EXPECT_EQ(buffer[0], '?') << "one byte short: nothing is written";
+    files.getCanonicalPath(roundabout.c_str(), buffer.data(), buffer.size());
+    EXPECT_STREQ(buffer.c_str(), expected.c_str());
+    EXPECT_EQ(files.getCanonicalPath("/nowhere/at/all", nullptr, 0), 0u);
+    fs::remove_all(root);
+}

@@ -1,0 +1,183 @@
+// The logging service: thresholds and switches per source, what is pushed to sources, loggers.
+
+#include "HostFixture.h"
+
+#include <fcntl.h>
+#include <thread>
+#include <unistd.h>
+
+using vorn::logging::kLevelError;
+using vorn::logging::kLevelInfo;
+using vorn::logging::kLevelVerbose;
+using vorn::logging::kLevelWarn;
+using vorn::logging::LogSettingBehavior;
+
+// The levels that two sources were told.
+static std::vector<int32_t> g_toldA, g_toldB;
+
+class LoggingSources : public HostFixture {
+protected:
+    LoggingSources() {
+        g_toldA.clear();
+        g_toldB.clear();
+    }
+
+    void say(const char* source, int32_t level) {
+        logging.log(source, level, "file.cpp", 1, "level %d", level);
+    }
+    void sayAll(const char* source) {
+        for (int32_t level = kLevelVerbose; level <= kLevelError; ++level) {
+            say(source, level);
+        }
+    }
+
+    vorn::logging::Logging& logging = host.logging();
+};
+
+TEST_F(LoggingSources, ASourcesOwnSettingWinsUntilItInheritsAgain) {
+    sayAll("a");
+    EXPECT_EQ(takeLines(), (Lines{"a: level 0", "a: level 1"})) << "warnings, to begin with";
+    logging.setLevelThresholdForSource("a", LogSettingBehavior::eOverride, kLevelVerbose);
+    logging.setLevelThreshold(kLevelError);
+    sayAll("a");
+    sayAll("b");
+    EXPECT_EQ(takeLines(),
+              (Lines{"a: level -2", "a: level -1", "a: level 0", "a: level 1", "b: level 1"}));
+    logging.setLevelThresholdForSource("a", LogSettingBehavior::eInherit, kLevelVerbose);
+    sayAll("a");
+    EXPECT_EQ(takeLines(), (Lines{"a: level 1"}));
+
+    logging.setLogEnabled(false);
+    logging.setLogEnabledForSource("a", LogSettingBehavior::eOverride, true);
+    say("a", kLevelError);
+    say("b", kLevelError);
+    EXPECT_EQ(takeLines(), (Lines{"a: level 1"}));
+    logging.setLogEnabledForSource("a", LogSettingBehavior::eInherit, true);
+    say("a", kLevelError);
+    EXPECT_EQ(takeLines(), Lines{});
+}
+
+TEST_F(LoggingSources, AThresholdIsToldAtRegistrationAndWhenItChanges) {
+    logging.setLevelThresholdForSource("b", LogSettingBehavior::eOverride, kLevelError);
+    logging.registerSource("a", [](int32_t level) { g_toldA.push_back(level); });
+    logging.registerSource("b", [](int32_t level) { g_toldB.push_back(level); });
+    logging.setLevelThreshold(kLevelInfo);
+    logging.setLevelThreshold(kLevelInfo);
+    logging.setLevelThresholdForSource("b", LogSettingBehavior::eInherit, 0);
+    EXPECT_EQ(g_toldA, (std::vector<int32_t>{kLevelWarn, kLevelInfo}));
+    EXPECT_EQ(g_toldB, (std::vector<int32_t>{kLevelError, kLevelInfo}));
+
+    logging.registerSource("b", [](int32_t level) { g_toldA.push_back(level * 10); });
+    logging.unregisterSource("a");
+    logging.reset();
+    EXPECT_EQ(g_toldA, (std::vector<int32_t>{kLevelWarn, kLevelInfo, kLevelInfo * 10, 0}))
+        << "a second registration replaces the callback, reset keeps it";
+    EXPECT_EQ(g_toldB.size(), 2u);
+}
+
+// A callback may use the service; what it changes is told too, and the last value holds.
+TEST_F(LoggingSources, ACallbackMayCallTheService) {
+    static vorn::logging::Logging* s_logging;
+    s_logging = &logging;
+    logging.registerSource("a", [](int32_t level) {
+        g_toldA.push_back(level);
+        s_logging->log("a", kLevelError, "", 0, "told %d", level);
+        if (level == kLevelVerbose) {
+            s_logging->setLevelThreshold(kLevelInfo);
+        }
+    });
+    logging.setLevelThreshold(kLevelVerbose);
+    EXPECT_EQ(logging.getLevelThreshold(), kLevelInfo);
+    EXPECT_EQ(g_toldA, (std::vector<int32_t>{kLevelWarn, kLevelVerbose, kLevelInfo}));
+    EXPECT_EQ(takeLines(), (Lines{"a: told 0", "a: told -2", "a: told -1"}));
+}
+
+TEST_F(LoggingSources, LoggersAreCalledInOrderAndOnlyWhileTheyAreAdded) {
+    static RecordingLogger s_second;
+    logging.addLogger(&s_second.logger);
+    logging.addLogger(&s_second.logger);
+    // More than any buffer on the stack.
+    const std::string longText(100'000, 'x');
+    logging.log("a", kLevelError, "file.cpp", 1, "%s%d", longText.c_str(), 1);
+    EXPECT_EQ(takeLines(), (Lines{"a: " + longText + "1"}));
+    EXPECT_EQ(s_second.lines, (Lines{"a: " + longText + "1"}));
+
+    logging.removeLogger(&log.logger);
+    logging.removeLogger(&log.logger);
+    say("a", kLevelError);
+    EXPECT_EQ(log.lines, Lines{});
+    EXPECT_EQ(s_second.lines.size(), 2u);
+
+    logging.reset();
+    testing::internal::CaptureStderr();
+    say("a", kLevelError);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "a: error: level 1\n");
+    EXPECT_EQ(s_second.lines.size(), 2u) << "the default logger alone";
+}
+
+TEST_F(LoggingSources, AMessageOfALoggerIsDropped) {
+    static vorn::logging::Logging* s_logging;
+    static int s_count;
+    s_logging = &logging;
+    s_count = 0;
+    vorn::logging::Logger talkative = {
+        [](vorn::logging::Logger*, const char*, int32_t, const char*, int, const char*) {
+            ++s_count;
+            s_logging->log("a", kLevelError, "", 0, "again");
+        }};
+    logging.addLogger(&talkative);
+    say("a", kLevelError);
+    logging.removeLogger(&talkative);
+    EXPECT_EQ(s_count, 1);
+    EXPECT_EQ(takeLines(), (Lines{"a: level 1"}));
+}
+
+TEST_F(LoggingSources, StandardLoggerWritesLinesToItsDescriptorAboveItsOwnThreshold) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    vorn::logging::StandardLogger* standard = logging.createStandardLogger();
+    ASSERT_NE(standard, nullptr);
+    standard->setFileDescriptor(standard, ends[1]);
+    logging.addLogger(&standard->logger);
+    say("a", kLevelWarn);
+    standard->setFileNameIncluded(standard, true);
+    standard->setLevelThreshold(standard, kLevelError);
+    say("a", kLevelWarn);
+    logging.log("a", kLevelError, "file.cpp", 12, "%s", std::string(5000, 'x').c_str());
+    logging.destroyStandardLogger(standard);
+    say("a", kLevelError);
+    logging.destroyStandardLogger(logging.getDefaultLogger()); // not ours to destroy
+
+    char written[10'000];
+    const ssize_t size = read(ends[0], written, sizeof(written));
+    ASSERT_GT(size, 0);
+    EXPECT_EQ(std::string(written, size),
+              "a: warning: level 0\nfile.cpp:12: a: error: " + std::string(5000, 'x') + "\n");
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(LoggingSources, ThreadsLogOneMessageAtATimeWhileThresholdsChange) {
+    load("base");
+    const TestInterface* base = acquire("test::Base");
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 200; ++round) {
+                base->warn("hello");
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        for (int round = 0; round < 200; ++round) {
+            logging.setLevelThreshold(round % 2 ? kLevelVerbose : kLevelInfo);
+            logging.registerSource("passing", [](int32_t) {});
+            logging.unregisterSource("passing");
+        }
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(takeLines(), Lines(800, "test.base: hello"));
+    EXPECT_EQ(base->getLogLevel(), kLevelVerbose);
+}

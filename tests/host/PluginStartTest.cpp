@@ -1,0 +1,247 @@
+// Acquiring: which plugin serves, what is started and in what order, and what happens when
+// several threads, or the plugins themselves, acquire.
+
+#include "HostFixture.h"
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+using Acquiring = HostFixture;
+
+// ---- start and stop -----------------------------------------------------------------------------
+
+TEST_F(Acquiring, StartsDependenciesFirstAndStopsInReverse) {
+    host.logging().setLevelThreshold(vorn::logging::kLevelInfo);
+    loadAll({"libtop*", "libmiddle*", "libbase*", "librival*"});
+    EXPECT_EQ(takeLines(), Lines{}) << "loading starts nothing";
+
+    EXPECT_TRUE(acquire("test::Top")->isStarted());
+    acquire("test::Base");
+    acquire("test::Base", {0, 1}, "test.rival");
+    EXPECT_EQ(takeLines(), (Lines{"test.base: started", "test.middle: started", "test.top: started",
+                                  "test.rival: started"}));
+    framework.unloadAllPlugins();
+    EXPECT_EQ(takeLines(), (Lines{"test.rival: stopped", "test.top: stopped",
+                                  "test.middle: stopped", "test.base: stopped"}));
+}
+
+TEST_F(Acquiring, UnmetDependencyAndCycleAreRefusedInOneMessageUntilTheyAreMended) {
+    loadAll({"liblonely*", "libdemanding*", "libleft*", "libmiddle*"});
+
+    EXPECT_EQ(acquire("test::Lonely"), nullptr);
+    expectOneLine(takeLines(),
+                  {"\"test.lonely\"", pluginFile("lonely"),
+                   "expected a plugin that offers its dependency test::Nowhere 0.1", "found none"});
+    EXPECT_EQ(acquire("test::Middle"), nullptr);
+    takeLines();
+    load("base");
+    EXPECT_EQ(acquire("test::Demanding"), nullptr);
+    expectOneLine(takeLines(), {"\"test.demanding\"", "test::Base 0.9", "found 0.2",
+                                "\"test.base\"", pluginFile("base")});
+    EXPECT_TRUE(acquire("test::Middle")->isStarted()) << "a later plugin meets the dependency";
+
+    load("right");
+    EXPECT_EQ(acquire("test::Left"), nullptr);
+    expectOneLine(takeLines(),
+                  {"\"test.left\"", pluginFile("left"), "expected dependencies without a cycle",
+                   "found test.left -> test.right -> test.left"});
+    EXPECT_EQ(tryAcquire("test::Left"), nullptr);
+    EXPECT_EQ(tryAcquire("test::Nowhere"), nullptr);
+    EXPECT_EQ(takeLines(), Lines{}) << "trying logs nothing";
+}
+
+// ---- choice -------------------------------------------------------------------------------------
+
+TEST_F(Acquiring, ServesTheSameMajorAndNoNewerMinorVersion) {
+    loadAll({"libbase*", "libolderminor*"});
+    EXPECT_NE(tryAcquire("test::Base", {0, 2}), nullptr);
+    EXPECT_EQ(tryAcquire("test::Base", {0, 3}), nullptr);
+    EXPECT_EQ(tryAcquire("test::Base", {1, 0}), nullptr);
+    EXPECT_NE(tryAcquire("test::Older"), nullptr) << "built for an older framework";
+
+    EXPECT_EQ(acquire("test::Base", {0, 3}), nullptr);
+    expectOneLine(takeLines(), {"test::Base 0.3", "found 0.2", pluginFile("base")});
+    EXPECT_EQ(acquire("test::Base", {0, 1}, "test.absent"), nullptr);
+    expectOneLine(takeLines(), {"expected plugin \"test.absent\""});
+    EXPECT_EQ(acquire("test::Base", {0, 1}, "test.olderminor"), nullptr);
+    expectOneLine(takeLines(), {"test.olderminor", "to offer it"});
+}
+
+TEST_F(Acquiring, DefaultsChooseAmongSeveralPluginsPerClientAndForAll) {
+    loadAll({"libbase*", "librival*"});
+    const vorn::InterfaceDesc desc = {"test::Base", {0, 1}};
+    const auto editionFor = [&](const char* client) {
+        return acquire("test::Base", {0, 1}, nullptr, client)->getEdition();
+    };
+    EXPECT_EQ(editionFor("one"), 1) << "the first registered";
+
+    framework.setDefaultPluginEx("two", desc, "test.rival");
+    EXPECT_EQ(editionFor("one"), 1);
+    EXPECT_EQ(editionFor("two"), 2);
+    framework.setDefaultPluginEx(nullptr, desc, "test.rival");
+    framework.setDefaultPluginEx("two", desc, "test.base");
+    EXPECT_EQ(editionFor("one"), 2);
+    EXPECT_EQ(editionFor("two"), 1);
+    framework.setDefaultPluginEx("two", desc, nullptr);
+    EXPECT_EQ(editionFor("two"), 2) << "its own choice is taken back";
+    EXPECT_TRUE(framework.unregisterPlugin("test.rival"));
+    EXPECT_EQ(editionFor("two"), 1) << "a default that is gone counts for nothing";
+}
+
+TEST_F(Acquiring, FindsTablesByOtherTablesLibrariesAndVersions) {
+    loadAll({"libbase*", "librival*"});
+    const vorn::InterfaceDesc desc = {"test::Base", {0, 1}};
+    void* tables[3] = {&tables, &tables, &tables};
+    ASSERT_EQ(framework.getInterfacesCountEx(desc), 2u);
+    framework.acquireInterfacesWithClient("test", desc, tables, 3);
+    EXPECT_EQ(tables[0], acquire("test::Base", {0, 1}, "test.base"));
+    EXPECT_EQ(tables[1], acquire("test::Base", {0, 1}, "test.rival"));
+    EXPECT_EQ(tables[2], nullptr);
+    vorn::PluginDesc plugins[2];
+    framework.getCompatiblePlugins(desc, plugins);
+    EXPECT_STREQ(plugins[1].impl.name, "test.rival");
+    EXPECT_STREQ(framework.getInterfacePluginDesc(tables[1]).impl.name, "test.rival");
+    EXPECT_EQ(framework.getInterfacePluginDesc(tables).impl.name, nullptr);
+
+    EXPECT_EQ(framework.acquireInterfaceFromInterfaceWithClient("test", desc, tables[1]),
+              tables[1]);
+    EXPECT_EQ(framework.tryAcquireInterfaceFromInterfaceWithClient("test", desc, tables), nullptr);
+    EXPECT_EQ(
+        framework.acquireInterfaceFromLibraryWithClient("test", desc, pluginFile("rival").c_str()),
+        tables[1]);
+    EXPECT_NE(framework.tryAcquireInterfaceFromLibraryWithClient("test", {"test::Older", {0, 1}},
+                                                                 pluginFile("olderminor").c_str()),
+              nullptr)
+        << "loads the library that is not loaded yet";
+    EXPECT_EQ(framework.tryAcquireInterfaceFromLibraryWithClient("test", desc,
+                                                                 pluginFile("text").c_str()),
+              nullptr);
+    EXPECT_EQ(framework.verifyInterfaceEx(desc, tables[1]), tables[1]);
+    EXPECT_EQ(framework.verifyInterfaceEx({"test::Base", {0, 3}}, tables[1]), nullptr);
+    EXPECT_EQ(framework.verifyInterfaceEx({"test::Top", {0, 1}}, tables[1]), nullptr);
+    EXPECT_EQ(takeLines(), Lines{});
+}
+
+// ---- plugins that acquire, and several threads --------------------------------------------------
+
+// A plugin of the test program itself, "test.inline" and a number, with an interface of its own:
+// its start-up and shut-down do what is set.
+template <int number>
+struct InlinePlugin {
+    static inline const std::string name = "test.inline" + std::to_string(number);
+    static inline const std::string interface = "test::Inline" + std::to_string(number);
+    static inline std::function<void()> onStartup, onShutdown;
+
+    static void registerWith(vorn::Framework& framework) {
+        onStartup = onShutdown = [] {};
+        const auto onRegister = [](vorn::Framework*, vorn::PluginRegistryEntry* entry) {
+            static const TestInterface kTable = {};
+            static const vorn::PluginRegistryEntry::Interface kInterface = {
+                {interface.c_str(), {0, 1}}, &kTable, sizeof(kTable)};
+            *entry = {{name.c_str(), "", "", vorn::PluginHotReload::eDisabled, ""}, &kInterface, 1};
+        };
+        ASSERT_TRUE(
+            framework.registerPlugin("test", {onRegister, [] { return vorn::kFrameworkVersion; },
+                                              nullptr, [] { onStartup(); }, [] { onShutdown(); }}));
+    }
+};
+using FirstPlugin = InlinePlugin<1>;
+using SecondPlugin = InlinePlugin<2>;
+
+TEST_F(Acquiring, AStartUpMayAcquireAlsoOnAnotherThreadButNotItself) {
+    load("base");
+    FirstPlugin::registerWith(framework);
+    bool isBaseStarted = false;
+    const void* itself = this;
+    FirstPlugin::onStartup = [&] {
+        std::thread([&] {
+            const TestInterface* base = acquire("test::Base", {0, 1}, nullptr, "test.inline1");
+            isBaseStarted = base && base->isStarted();
+        }).join();
+        itself = acquire("test::Inline1");
+    };
+    EXPECT_NE(acquire("test::Inline1"), nullptr);
+    EXPECT_TRUE(isBaseStarted);
+    EXPECT_EQ(itself, nullptr);
+    expectOneLine(takeLines(), {"(registered by test)", "found test.inline1 -> test.inline1"});
+    EXPECT_FALSE(framework.unregisterPlugin("test.base")) << "acquired, though not declared";
+    EXPECT_TRUE(framework.unregisterPlugin("test.inline1"));
+    EXPECT_TRUE(framework.unregisterPlugin("test.base"));
+}
+
+TEST_F(Acquiring, NothingIsStartedAnyMoreWhileAllIsShutDown) {
+    load("base");
+    FirstPlugin::registerWith(framework);
+    const void* base = this;
+    FirstPlugin::onShutdown = [&] { base = tryAcquire("test::Base"); };
+    acquire("test::Inline1");
+    framework.unloadAllPlugins();
+    EXPECT_EQ(base, nullptr);
+}
+
+static void runOnThreads(int count, const std::function<void(int)>& body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back(body, i);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST_F(Acquiring, ThreadsThatLoadAndAcquireAtOnceStartEachPluginOnce) {
+    host.logging().setLevelThreshold(vorn::logging::kLevelInfo);
+    static constexpr const char* kInterfaces[] = {"test::Top", "test::Middle", "test::Base"};
+    TestInterface* tables[6] = {};
+    runOnThreads(6, [&](int i) {
+        for (const char* name : {"base", "middle", "top"}) {
+            load(name);
+        }
+        tables[i] = tryAcquire(kInterfaces[i % 3]);
+        EXPECT_TRUE(tables[i] && tables[i]->isStarted());
+    });
+    EXPECT_EQ(framework.getPluginCount(), 5u);
+    EXPECT_EQ(tables[0], tables[3]);
+    EXPECT_EQ(takeLines(),
+              (Lines{"test.base: started", "test.middle: started", "test.top: started"}));
+}
+
+// Each start-up begins on a thread of its own and then needs the other plugin.
+TEST_F(Acquiring, ThreadsThatWouldWaitForEachOtherAreToldSo) {
+    FirstPlugin::registerWith(framework);
+    SecondPlugin::registerWith(framework);
+    std::atomic<int> startCount = 0, servedCount = 0;
+    const auto startNeeding = [&](const char* interface) {
+        ++startCount;
+        while (startCount < 2) {
+            std::this_thread::yield();
+        }
+        servedCount += acquire(interface) != nullptr;
+    };
+    FirstPlugin::onStartup = [&] { startNeeding("test::Inline2"); };
+    SecondPlugin::onStartup = [&] { startNeeding("test::Inline1"); };
+    runOnThreads(2, [&](int i) {
+        EXPECT_NE(tryAcquire(i == 0 ? "test::Inline1" : "test::Inline2"), nullptr);
+    });
+    EXPECT_EQ(servedCount, 1) << "the second one to ask is refused, the first one waits for it";
+    expectOneLine(takeLines(), {"without a cycle", "test.inline1 -> ", "test.inline2 -> "});
+}
+
+TEST_F(Acquiring, UnregisteringBesideAcquiringGivesAStartedPluginOrNone) {
+    const vorn::InterfaceDesc desc = {"test::Base", {0, 1}};
+    runOnThreads(3, [&](int i) {
+        for (int round = 0; round < 20; ++round) {
+            if (i == 0) {
+                framework.unregisterPlugin("test.base");
+            } else {
+                // The table may be gone again: only that it was found is looked at.
+                framework.tryAcquireInterfaceFromLibraryWithClient("test", desc,
+                                                                   pluginFile("base").c_str());
+            }
+        }
+    });
+    EXPECT_TRUE(static_cast<TestInterface*>(framework.acquireInterfaceFromLibraryWithClient(
+                                                "test", desc, pluginFile("base").c_str()))
+                    ->isStarted());
+}
