@@ -1,0 +1,71 @@
+// One run of the tool: the store with the files in it, and what has been done to it since.
+#pragma once
+
+#include "Edits.h"
+#include "Output.h"
+#include "Store.h"
+#include "Watch.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vorn::tool {
+
+// Writes that wait for their commit, and the edits they will be.
+class PendingWrites {
+public:
+    explicit PendingWrites(const settings::ISettings& settings)
+        : m_settings(settings), m_transaction(settings.createTransaction()) {}
+    ~PendingWrites() {
+        m_settings.destroyTransaction(m_transaction);
+    }
+    PendingWrites(const PendingWrites&) = delete;
+    PendingWrites& operator=(const PendingWrites&) = delete;
+
+    // Throws ToolError for a dictionary, which a transaction cannot take.
+    void set(const IDictionary& idict, const SettingsPath& path, const Item* value);
+    void commit();
+
+    Edits edits;
+
+private:
+    const settings::ISettings& m_settings;
+    settings::Transaction* m_transaction;
+};
+
+class Session {
+public:
+    Session(Output& output, bool isStrict) : output(output), m_isStrict(isStrict) {}
+
+    // The settings in the file. Throws ToolError for anything but an object or array.
+    OwnedTree read(const std::string& file);
+
+    // Merges the files over what is there, one over the other.
+    void load(const std::vector<std::string>& files, dictionary::OnUpdateItemFn policy);
+
+    // Warns, once, of all that the files read since the last time had and settings cannot hold.
+    void reportLeftOut();
+
+    // Writes the edits to the last file, or all settings to any file; with isDryRun only prints
+    // what would change in it.
+    void writeBack(bool isDryRun);
+    void writeAll(const std::string& file, bool isDryRun);
+
+    Output& output;
+    Store store;
+    std::vector<std::string> files; // in the order they were loaded
+    Edits edits;
+    std::unique_ptr<PendingWrites> pending; // between begin and commit
+    std::vector<std::unique_ptr<Watch>> watches;
+    bool isOver = false; // quit was asked for
+
+private:
+    bool m_isStrict;
+    LeftOut m_leftOut;
+};
+
+// Prints every difference of two trees, as lines or as a JSON array, and says whether there is one.
+bool printDifferences(Session& session, const Item* before, const Item* after, bool isJson);
+
+} // namespace vorn::tool

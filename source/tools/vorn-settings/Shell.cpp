@@ -1,0 +1,127 @@
+// The shell.
+#include "Shell.h"
+
+#include "CommandLine.h"
+#include "LineEditor.h"
+
+#include <algorithm>
+#include <iostream>
+#include <unistd.h>
+
+namespace vorn::tool {
+
+namespace {
+
+constexpr const char* kPrompt = "vorn> ";
+
+ExitCode runLine(Session& session, const std::string& text) {
+    const Line line = parseLine(text);
+    return line.command ? line.command->run(session, line.arguments) : ExitCode::eDone;
+}
+
+ExitCode runScript(Session& session, bool stopsOnError) {
+    ExitCode worst = ExitCode::eDone;
+    const auto fail = [&](const ToolError& error, const std::string& place) {
+        session.output.trouble(error, place);
+        worst = std::max(worst, error.exitCode());
+        session.isOver = session.isOver || stopsOnError;
+    };
+    std::string text;
+    for (size_t number = 1; !session.isOver && std::getline(std::cin, text); ++number) {
+        try {
+            worst = std::max(worst, runLine(session, text));
+        } catch (const ToolError& error) {
+            fail(error, "line " + std::to_string(number));
+        }
+    }
+    if (session.pending) {
+        fail(ToolError(ExitCode::eBadInput, "transaction open", "end of script",
+                       "expected commit or abort"),
+             "");
+    }
+    return worst;
+}
+
+// What the last word of a line may become: a command, or the path of a setting.
+std::vector<std::string>
+complete(const Session& session, const std::string& line, size_t wordBegin) {
+    const std::string word = line.substr(wordBegin);
+    std::vector<std::string> matches;
+    const auto offer = [&](const std::string& match) {
+        if (match.starts_with(word)) {
+            matches.push_back(match);
+        }
+    };
+    if (line.find_first_not_of(" \t") >= wordBegin) { // the first word
+        for (const Command& command : commands()) {
+            if (command.place != Command::Place::eProgram) {
+                offer(command.name);
+            }
+        }
+        return matches;
+    }
+    const std::string parent = word.empty() ? "/" : word.substr(0, word.rfind('/') + 1);
+    const IDictionary& idict = session.store.idict();
+    try {
+        const Item* node = session.store.find(SettingsPath::parse(parent));
+        for (const Item* child : childrenOf(idict, node)) {
+            offer(parent + idict.getItemName(child) + (isDictionary(idict, child) ? "/" : ""));
+        }
+    } catch (const ToolError&) {
+        // no path, nothing to offer
+    }
+    return matches;
+}
+
+ExitCode runPrompt(Session& session) {
+    LineEditor editor(kPrompt, [&session](const std::string& line, size_t wordBegin) {
+        return complete(session, line, wordBegin);
+    });
+    while (!session.isOver) {
+        const std::optional<std::string> text = editor.readLine();
+        if (!text) {
+            session.output.line("");
+            break;
+        }
+        try {
+            runLine(session, *text);
+        } catch (const ToolError& error) {
+            session.output.trouble(error);
+        }
+        session.output.flush();
+    }
+    return ExitCode::eDone;
+}
+
+} // namespace
+
+ExitCode shellCommand(Session& session, const Arguments& arguments) {
+    return isatty(STDIN_FILENO) == 1 ? runPrompt(session)
+                                     : runScript(session, arguments.stopsOnError);
+}
+
+ExitCode helpCommand(Session& session, const Arguments& arguments) {
+    constexpr size_t kUsageWidth = 42;
+    bool isFound = false;
+    for (const Command& command : commands()) {
+        const bool isMeant = arguments.command.empty() || arguments.command == command.name;
+        if (isMeant && command.place != Command::Place::eProgram) {
+            std::string usage = command.usage;
+            usage.resize(std::max(usage.size() + 1, kUsageWidth), ' ');
+            session.output.line("  " + usage + command.summary);
+            isFound = true;
+        }
+    }
+    if (!isFound) {
+        throw ToolError(ExitCode::eBadInput, "unknown command", arguments.command,
+                        "expected one that help lists");
+    }
+    return ExitCode::eDone;
+}
+
+ExitCode quitCommand(Session& session, const Arguments&) {
+    session.isOver = true;
+    return ExitCode::eDone;
+}
+
+} // namespace vorn::tool

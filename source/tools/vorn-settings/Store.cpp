@@ -1,0 +1,138 @@
+// The store under the tool.
+#include "Store.h"
+
+#include "ToolError.h"
+
+#include <algorithm>
+
+namespace vorn::tool {
+
+using dictionary::UpdateAction;
+
+namespace {
+
+// The files' settings live below one node of the store, because a subscription to the store's own
+// root is never called: one to this node hears of every setting.
+constexpr const char* kFilesRoot = "/files";
+
+// Accepts what the destination lacks or has otherwise. userData is the dictionary service.
+UpdateAction takeDifferent(const Item* dstItem,
+                           ItemType dstItemType,
+                           const Item* srcItem,
+                           ItemType srcItemType,
+                           void* userData) {
+    const auto& idict = *static_cast<const IDictionary*>(userData);
+    const bool isSame =
+        dstItem && dstItemType == srcItemType &&
+        (srcItemType == ItemType::eDictionary || areSameValue(idict, dstItem, srcItem));
+    return isSame ? UpdateAction::eKeep : UpdateAction::eOverwrite;
+}
+
+} // namespace
+
+Store::Store() try
+    : m_host(host::defaultPluginDirectories(), "vorn-settings"),
+      m_idict(m_host.acquire<IDictionary>()), m_settings(m_host.acquire<settings::ISettings>()) {
+    m_settings->setDictionary(kFilesRoot);
+} catch (const host::HostError& error) {
+    throw ToolError(ExitCode::eBadInput, "cannot start the settings store", error.what(),
+                    "expected the plugins beside the program or in VORN_PLUGIN_PATH");
+}
+
+std::string Store::storePath(const SettingsPath& path) {
+    return path.isRoot() ? kFilesRoot : kFilesRoot + path.text();
+}
+
+std::string Store::pathText(const Item* item) const {
+    const Item* root = find(SettingsPath());
+    std::vector<const char*> names;
+    for (; item && item != root; item = m_idict->getItemParent(item)) {
+        names.push_back(m_idict->getItemName(item));
+    }
+    std::string text = "/";
+    std::for_each(names.rbegin(), names.rend(),
+                  [&text](const char* name) { text = childPathText(text, name); });
+    return text;
+}
+
+const Item* Store::find(const SettingsPath& path) const {
+    return m_settings->getSettingsDictionary(storePath(path).c_str());
+}
+
+const Item* Store::require(const SettingsPath& path) const {
+    const Item* item = find(path);
+    if (!item) {
+        throw ToolError(ExitCode::eNotFound, "no such setting", path.text(),
+                        "expected a path that list -r shows");
+    }
+    return item;
+}
+
+void Store::merge(const Item* tree, dictionary::OnUpdateItemFn policy) const {
+    m_settings->update(kFilesRoot, tree, nullptr, policy, nullptr);
+}
+
+void Store::assign(const SettingsPath& path, const Item* value) const {
+    const std::string target = storePath(path);
+    _removeMissing(path, find(path), value);
+    switch (m_idict->getItemType(value)) {
+    case ItemType::eBool:
+        m_settings->setBool(target.c_str(), m_idict->getAsBool(value));
+        break;
+    case ItemType::eInt:
+        m_settings->setInt64(target.c_str(), m_idict->getAsInt64(value));
+        break;
+    case ItemType::eFloat:
+        m_settings->setFloat64(target.c_str(), m_idict->getAsFloat64(value));
+        break;
+    case ItemType::eString:
+        m_settings->setString(target.c_str(), m_idict->getStringBuffer(value));
+        break;
+    case ItemType::eDictionary:
+        if (m_settings->getItemType(target.c_str()) != ItemType::eDictionary) {
+            m_settings->setDictionary(target.c_str());
+        }
+        m_settings->update(target.c_str(), value, nullptr, dictionary::kUpdateItemOverwriteOriginal,
+                           nullptr);
+        break;
+    case ItemType::eCount:
+        break;
+    }
+}
+
+void Store::replaceAll(const Item* tree) const {
+    _removeMissing(SettingsPath(), find(SettingsPath()), tree);
+    m_settings->update(kFilesRoot, tree, nullptr, takeDifferent, const_cast<IDictionary*>(m_idict));
+}
+
+void Store::remove(const SettingsPath& path) const {
+    if (path.isRoot()) {
+        _removeChildren(path, find(path));
+    } else {
+        m_settings->destroyItem(storePath(path).c_str());
+    }
+}
+
+void Store::_removeMissing(const SettingsPath& path, const Item* target, const Item* source) const {
+    if (!isDictionary(*m_idict, source)) {
+        _removeChildren(path, target);
+        return;
+    }
+    for (const Item* child : childrenOf(*m_idict, target)) {
+        const char* name = m_idict->getItemName(child);
+        const SettingsPath childPath = path.child(name);
+        if (const Item* counterpart = m_idict->getItem(source, name)) {
+            _removeMissing(childPath, child, counterpart);
+        } else {
+            remove(childPath);
+        }
+    }
+}
+
+void Store::_removeChildren(const SettingsPath& path, const Item* item) const {
+    for (const Item* child : childrenOf(*m_idict, item)) {
+        remove(path.child(m_idict->getItemName(child)));
+    }
+}
+
+} // namespace vorn::tool

@@ -1,0 +1,164 @@
+// Starting and driving programs.
+#include "Process.h"
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace vorn::test {
+
+namespace {
+
+constexpr int kPatienceMilliseconds = 10000;
+
+struct Pipe {
+    Pipe() {
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            std::abort();
+        }
+    }
+    std::array<int, 2> ends = {};
+};
+
+} // namespace
+
+Process::Process(const std::vector<std::string>& command, const Surroundings& surroundings) {
+    if (surroundings.hasTerminal) {
+        m_pid = forkpty(&m_output.descriptor, nullptr, nullptr, nullptr);
+        if (m_pid == 0) {
+            setenv("TERM", "xterm", 1);
+            _startInChild(command, surroundings);
+        }
+        m_input = dup(m_output.descriptor);
+        return;
+    }
+    const Pipe input;
+    const Pipe output;
+    const Pipe errors;
+    m_pid = fork();
+    if (m_pid == 0) {
+        dup2(input.ends[0], STDIN_FILENO);
+        dup2(output.ends[1], STDOUT_FILENO);
+        dup2(errors.ends[1], STDERR_FILENO);
+        if (!surroundings.output.empty()) {
+            dup2(open(surroundings.output.c_str(), O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+        }
+        _startInChild(command, surroundings);
+    }
+    close(input.ends[0]);
+    close(output.ends[1]);
+    close(errors.ends[1]);
+    m_input = input.ends[1];
+    m_output.descriptor = output.ends[0];
+    m_errors.descriptor = errors.ends[0];
+}
+
+void Process::_startInChild(const std::vector<std::string>& command,
+                            const Surroundings& surroundings) {
+    if (surroundings.isRestrained) {
+        prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
+        prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
+    }
+    std::vector<char*> arguments;
+    for (const std::string& word : command) {
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+    if (chdir(surroundings.directory.c_str()) == 0) {
+        execv(arguments[0], arguments.data());
+    }
+    _exit(127);
+}
+
+Process::~Process() {
+    if (m_pid > 0) {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+    for (int descriptor : {m_input, m_output.descriptor, m_errors.descriptor}) {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
+    }
+}
+
+void Process::write(const std::string& text) {
+    // A program that ends early leaves the rest unread; that is for the test to notice.
+    std::signal(SIGPIPE, SIG_IGN);
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t count = ::write(m_input, text.data() + done, text.size() - done);
+        if (count < 0) {
+            return;
+        }
+        done += static_cast<size_t>(count);
+    }
+}
+
+void Process::closeInput() {
+    close(m_input);
+    m_input = -1;
+}
+
+bool Process::waitForOutput(const std::string& text) {
+    return _waitFor(m_output, text);
+}
+
+bool Process::waitForErrors(const std::string& text) {
+    return _waitFor(m_errors, text);
+}
+
+bool Process::_waitFor(const Stream& stream, const std::string& text) {
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMilliseconds);
+    while (stream.text.find(text) == std::string::npos) {
+        if (std::chrono::steady_clock::now() > end || !_readSome(100)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// False when both streams have ended.
+bool Process::_readSome(int milliseconds) {
+    std::array<pollfd, 2> sources = {
+        {{m_output.descriptor, POLLIN, 0}, {m_errors.descriptor, POLLIN, 0}}};
+    poll(sources.data(), sources.size(), milliseconds);
+    const std::array<Stream*, 2> streams = {&m_output, &m_errors};
+    for (size_t index = 0; index < streams.size(); ++index) {
+        Stream& stream = *streams[index];
+        if (stream.descriptor >= 0 && sources[index].revents != 0) {
+            std::array<char, 1 << 14> piece;
+            const ssize_t count = read(stream.descriptor, piece.data(), piece.size());
+            if (count <= 0) {
+                close(stream.descriptor);
+                stream.descriptor = -1;
+            } else {
+                stream.text.append(piece.data(), static_cast<size_t>(count));
+            }
+        }
+    }
+    return m_output.descriptor >= 0 || m_errors.descriptor >= 0;
+}
+
+void Process::signal(int number) {
+    kill(m_pid, number);
+}
+
+int Process::wait() {
+    while (_readSome(kPatienceMilliseconds)) {
+    }
+    int status = 0;
+    waitpid(m_pid, &status, 0);
+    m_pid = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+} // namespace vorn::test

@@ -1,0 +1,61 @@
+// A program that a test starts, talks to and waits for.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace vorn::test {
+
+// Where a program runs and what it may do there.
+struct Surroundings {
+    std::string directory;
+    bool isRestrained = false; // permissions hold for it even when the tests run as root
+    bool hasTerminal = false;  // input and output are a terminal
+    std::string output;        // a file to write to instead of to the test
+};
+
+class Process {
+public:
+    Process(const std::vector<std::string>& command, const Surroundings& surroundings);
+    ~Process(); // kills it when it still runs
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    void write(const std::string& text);
+    void closeInput();
+
+    // Reads until the text has come, from output or errors; false when ten seconds pass or the
+    // program ends without it.
+    bool waitForOutput(const std::string& text);
+    bool waitForErrors(const std::string& text);
+
+    void signal(int number);
+
+    // Reads the rest and gives the exit code, or minus the signal that ended it.
+    int wait();
+
+    const std::string& output() const {
+        return m_output.text;
+    }
+    const std::string& errors() const {
+        return m_errors.text;
+    }
+
+private:
+    struct Stream {
+        int descriptor = -1;
+        std::string text;
+    };
+
+    void _startInChild(const std::vector<std::string>& command, const Surroundings& surroundings);
+    bool _readSome(int milliseconds);
+    bool _waitFor(const Stream& stream, const std::string& text);
+
+    pid_t m_pid = -1;
+    int m_input = -1;
+    Stream m_output;
+    Stream m_errors;
+};
+
+} // namespace vorn::test

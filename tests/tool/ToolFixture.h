@@ -1,0 +1,89 @@
+// The tool on files of a directory that lives as long as the test.
+#pragma once
+
+#include "Process.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace vorn::test {
+
+struct Result {
+    int exitCode;
+    std::string output;
+    std::string errors;
+};
+
+class ToolTest : public testing::Test {
+protected:
+    using Words = std::vector<std::string>;
+
+    ToolTest() {
+        std::string name = std::filesystem::temp_directory_path() / "vorn-tool-XXXXXX";
+        directory = mkdtemp(name.data());
+        surroundings.directory = directory;
+    }
+    ~ToolTest() override {
+        std::filesystem::remove_all(directory);
+    }
+
+    void write(const std::string& name, const std::string& text) const {
+        std::ofstream(directory / name, std::ios::binary) << text;
+    }
+    std::string read(const std::string& name) const {
+        std::ifstream file(directory / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    static Words command(Words arguments) {
+        arguments.insert(arguments.begin(), VORN_TOOL);
+        return arguments;
+    }
+    Result run(const Words& arguments, const std::string& input = "") const {
+        Process process(command(arguments), surroundings);
+        process.write(input);
+        process.closeInput();
+        const int exitCode = process.wait();
+        return {exitCode, process.output(), process.errors()};
+    }
+
+    // The output of a run that must go well and say nothing else.
+    std::string outputOf(const Words& arguments, const std::string& input = "") const {
+        const Result result = run(arguments, input);
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(result.errors, "");
+        return result.output;
+    }
+
+    // A run that must fail with that message, print nothing and leave the directory as it was.
+    void expectFailure(const Words& arguments, int exitCode, const std::string& message) const {
+        const auto before = contents();
+        const Result result = run(arguments);
+        EXPECT_EQ(result.exitCode, exitCode) << testing::PrintToString(arguments);
+        EXPECT_EQ(result.errors, "vorn-settings: " + message);
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(contents(), before) << "a file was touched";
+    }
+
+    // Names and texts of all files; the name alone of what is no readable file.
+    std::vector<std::string> contents() const {
+        std::vector<std::string> all;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(
+                 directory, std::filesystem::directory_options::skip_permission_denied)) {
+            const std::string name = entry.path().lexically_relative(directory);
+            all.push_back(name + ": " + (entry.is_regular_file() ? read(name) : ""));
+        }
+        std::sort(all.begin(), all.end());
+        return all;
+    }
+
+    std::filesystem::path directory;
+    Surroundings surroundings;
+};
+
+} // namespace vorn::test

@@ -1,0 +1,49 @@
+// Following files that other programs change.
+#include "ToolFixture.h"
+
+#include <csignal>
+
+using vorn::test::Process;
+using vorn::test::ToolTest;
+
+namespace {
+
+class WatchTest : public ToolTest {
+protected:
+    void replace(const std::string& name, const std::string& text) const {
+        write("new", text);
+        std::filesystem::rename(directory / "new", directory / name);
+    }
+};
+
+TEST_F(WatchTest, EveryWayOfChangingAFileIsSeen) {
+    write("a.json", R"({"app": {"w": 1, "t": "x"}, "other": 1})");
+    write("real.json", R"({"app": {"w": 2}})");
+    std::filesystem::create_symlink("real.json", directory / "b.json");
+    Process watch(command({"--file", "a.json", "--file", "b.json", "watch", "/app"}), surroundings);
+    ASSERT_TRUE(watch.waitForErrors("watching /app")) << watch.errors();
+
+    replace("a.json", R"({"app": {"w": 1, "t": "y"}, "other": 2})");
+    EXPECT_TRUE(watch.waitForOutput("changed /app/t: \"x\" -> \"y\"\n"));
+    write("real.json", R"({"app": {"w": 3, "n": {"k": 1}}})");
+    EXPECT_TRUE(watch.waitForOutput("created /app/n/k: unset -> 1\n"));
+    EXPECT_EQ(run({"--file", "b.json", "reset", "--force", "/app/n"}).exitCode, 0);
+    EXPECT_TRUE(watch.waitForOutput("destroyed /app/n/k: 1 -> unset\n"));
+
+    write("a.json", R"({"app": )"); // what was read last stays
+    EXPECT_TRUE(watch.waitForErrors("broken JSON: a.json:1:8:")) << watch.errors();
+    write("a.json", R"({"app": {"w": 1}})");
+    EXPECT_TRUE(watch.waitForOutput("destroyed /app/t: \"y\" -> unset\n"));
+
+    watch.signal(SIGINT);
+    EXPECT_EQ(watch.wait(), 0);
+    EXPECT_EQ(watch.output(), "changed /app/t: \"x\" -> \"y\"\n"
+                              "changed /app/w: 2 -> 3\n"
+                              "created /app/n/\n"
+                              "created /app/n/k: unset -> 1\n"
+                              "destroyed /app/n/\n"
+                              "destroyed /app/n/k: 1 -> unset\n"
+                              "destroyed /app/t: \"y\" -> unset\n");
+}
+
+} // namespace
