@@ -255,7 +255,7 @@ struct ISettings {
 
     // Writes of defaults: done only where no node is. A null path is left to the slot to refuse.
     void setDefaultInt64(const char* path, int64_t value) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setInt64(path, value);
         }
     }
@@ -263,7 +263,7 @@ struct ISettings {
         setDefaultInt64(path, value);
     }
     void setDefaultFloat64(const char* path, double value) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setFloat64(path, value);
         }
     }
@@ -271,43 +271,43 @@ struct ISettings {
         setDefaultFloat64(path, static_cast<double>(value));
     }
     void setDefaultBool(const char* path, bool value) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setBool(path, value);
         }
     }
     void setDefaultString(const char* path, const char* value) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setString(path, value);
         }
     }
     void setDefaultInt64Array(const char* path, const int64_t* array, size_t arrayLength) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setInt64Array(path, array, arrayLength);
         }
     }
     void setDefaultIntArray(const char* path, const int32_t* array, size_t arrayLength) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setIntArray(path, array, arrayLength);
         }
     }
     void setDefaultFloat64Array(const char* path, const double* array, size_t arrayLength) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setFloat64Array(path, array, arrayLength);
         }
     }
     void setDefaultFloatArray(const char* path, const float* array, size_t arrayLength) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setFloatArray(path, array, arrayLength);
         }
     }
     void setDefaultBoolArray(const char* path, const bool* array, size_t arrayLength) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setBoolArray(path, array, arrayLength);
         }
     }
     void
     setDefaultStringArray(const char* path, const char* const* array, size_t arrayLength) const {
-        if (isDefaultWanted(path)) {
+        if (_isDefaultWanted(path)) {
             setStringArray(path, array, arrayLength);
         }
     }
@@ -319,7 +319,7 @@ struct ISettings {
 
 private:
     // A null path is "wanted" so that the one write slot refuses and reports it.
-    bool isDefaultWanted(const char* path) const {
+    bool _isDefaultWanted(const char* path) const {
         return !path || getItemType(path) == dictionary::ItemType::eCount;
     }
 };

@@ -88,7 +88,9 @@ public:
         path.reserve(m_pathLength);
         const auto append = [&](std::string_view name) { path.append(1, '/').append(name); };
         std::for_each(m_far.rbegin(), m_far.rend(), append);
-        std::for_each(m_near.rend() - m_nearCount, m_near.rend(), append);
+        for (size_t i = m_nearCount; i > 0; --i) {
+            append(m_near[i - 1]);
+        }
     }
 
 private:

@@ -778,14 +778,15 @@ void setDictionaryImpl(const char* path) {
         return;
     }
     Item* item = findItem(pathWithoutSlash);
-    if (!item || g_idictionary->getItemType(item) != ItemType::eDictionary) {
-        if (item) {
-            triggerAllChangeCallbacks(item, ChangeEventType::eDestroyed);
-        }
+    if (item && g_idictionary->getItemType(item) != ItemType::eDictionary) {
+        triggerAllChangeCallbacks(item, ChangeEventType::eDestroyed);
         // A root that holds a value is not replaced but turned into a dictionary.
-        if (item && item != g_modifiedSettingsRoot) {
+        if (item != g_modifiedSettingsRoot) {
             destroyReportedItem(item);
         }
+        item = nullptr;
+    }
+    if (!item) {
         item = g_idictionary->createItem(g_modifiedSettingsRoot, pathWithoutSlash,
                                          ItemType::eDictionary);
     }

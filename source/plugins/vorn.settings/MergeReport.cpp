@@ -68,8 +68,10 @@ UpdateAction MergeReport::askAndRecord(const Item* dstItem,
     const UpdateAction updateAction =
         m_data.onUpdateItemFn(dstItem, dstItemType, srcItem, srcItemType, m_data.userData);
     if (updateAction == UpdateAction::eOverwrite) {
-        // Only the reports around this one: a merge offers parents before children.
-        if (m_outer && srcItemType != ItemType::eDictionary) {
+        // Only the reports around this one are concerned: a merge offers parents before children.
+        const bool losesChildren =
+            dstItemType == ItemType::eDictionary && srcItemType != ItemType::eDictionary;
+        if (m_outer && losesChildren) {
             forgetBelow(dstItem);
         }
         if (_isAwaited()) {

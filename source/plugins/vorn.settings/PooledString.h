@@ -113,18 +113,18 @@ struct MflStringHash {
     static size_t ofBytes(std::string_view bytes) {
         uint64_t hashVal = kFnvOffsetBasis;
         for (const char byte : bytes) {
-            hashVal = (hashVal ^ widen(byte)) * kFnvPrime;
+            hashVal = (hashVal ^ _widen(byte)) * kFnvPrime;
         }
         return hashVal;
     }
 
     // The hash of a string less its last byte, from that of the whole string.
     static size_t withoutLast(size_t hashVal, char lastByte) {
-        return (hashVal * kFnvPrimeInverse) ^ widen(lastByte);
+        return (hashVal * kFnvPrimeInverse) ^ _widen(lastByte);
     }
 
 private:
-    static uint64_t widen(char byte) {
+    static uint64_t _widen(char byte) {
         return static_cast<uint64_t>(static_cast<int64_t>(static_cast<signed char>(byte)));
     }
 };

@@ -1,0 +1,24 @@
+// A storage service that writes every call down in g_host.calls, as in
+// getItemMutable(<ISettings root>, 'a/b') -> /a/b, and stops the process on a slot that the store
+// must not call and on an item that is null or gone.
+#pragma once
+
+#include "Host.h"
+
+#include <unordered_set>
+
+namespace foreign {
+
+struct RecordingDictionary {
+    static const IDictionary kTable;
+
+    std::unordered_set<const void*> items, buffers; // alive
+    Item* lastRoot = nullptr;                       // the last item made without a parent
+    bool isCreateFailing = false;                   // createItem answers null
+
+    // A child with a name that no path can reach.
+    void addChild(Item* parent, const char* name, int64_t value);
+};
+extern RecordingDictionary g_recorder;
+
+} // namespace foreign
