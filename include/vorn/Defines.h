@@ -8,6 +8,9 @@
 // Marks a function as an exported C entry point of a plugin.
 #define VORN_EXPORT extern "C" __attribute__((visibility("default")))
 
+// Marks a variable as one of its library alone.
+#define VORN_HIDDEN __attribute__((visibility("hidden")))
+
 namespace vorn {
 
 // Constants of the 64-bit FNV-1a hash.

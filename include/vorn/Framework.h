@@ -9,6 +9,8 @@
 // a plugin's own descriptors live as long as its library.
 #pragma once
 
+#include "Defines.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -216,5 +218,6 @@ static_assert(offsetof(Framework, verifyInterfaceEx) == 25 * sizeof(void (*)()),
 } // namespace vorn
 
 // Client globals of a plugin, one set per library, defined by VORN_PLUGIN_GLOBALS (PluginUtils.h).
-extern vorn::Framework* g_vornFramework; // set by registration; null before it
-extern const char* g_vornClientName;     // the plugin's name, from load on
+// Hidden, so that a library never gets those of another one or of the application.
+extern VORN_HIDDEN vorn::Framework* g_vornFramework; // set by registration; null before it
+extern VORN_HIDDEN const char* g_vornClientName;     // the plugin's name, from load on

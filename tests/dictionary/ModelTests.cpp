@@ -28,16 +28,13 @@ struct Node {
         }
         return path.empty() ? this : nullptr;
     }
-    void set(ItemType newType, const std::string& newValue) {
-        type = newType;
-        value = newValue;
-        children.clear();
-    }
     Node& create(const std::string& path, ItemType newType) {
         constexpr const char* kNeutral[] = {"false", "0", "0.0", "", "(none)"};
         const ItemType wanted = path.empty() ? newType : kDict;
         if (type != wanted) {
-            set(wanted, kNeutral[static_cast<size_t>(wanted)]);
+            type = wanted;
+            value = kNeutral[static_cast<size_t>(wanted)];
+            children.clear();
         }
         if (path.empty()) {
             return *this;
@@ -58,13 +55,6 @@ struct Node {
             elements.back().value = text;
         }
         children = elements;
-    }
-    size_t size() const {
-        size_t result = 1;
-        for (const Node& child : children) {
-            result += child.size();
-        }
-        return result;
     }
 };
 
@@ -121,7 +111,7 @@ protected:
     void update(Item* base, Node& model, Item* from, Node& fromModel) {
         const std::string path = rollPath(), srcPath = rollPath();
         const Node* src = fromModel.find(srcPath);
-        if (src && model.size() + src->size() > 300) {
+        if (outline(base).size() + outline(from).size() > 10000) {
             return;
         }
         Questions asked{roll(1000), ""}, expected = asked;
@@ -143,33 +133,26 @@ protected:
         ASSERT_EQ(item != nullptr, node != nullptr) << path;
         const int number = static_cast<int>(roll(1000));
         const std::string string(roll(40), 's');
-        switch (node && !path.empty() ? roll(6) : 5) {
-        case 0: {
+        const uint32_t operation = node && !path.empty() ? roll(6) : 5;
+        if (operation == 0) {
             d->destroyItem(item);
             const size_t slash = path.rfind('/');
             Node* parent = model.find(path.substr(0, slash == std::string::npos ? 0 : slash));
             parent->children.erase(parent->children.begin() + (node - parent->children.data()));
-            break;
-        }
-        case 1:
+        } else if (operation == 1) {
             d->setFloat64(item, number + 0.5);
-            node->set(kFloat, std::to_string(number) + ".5");
-            break;
-        case 2:
+            node->create("", kFloat).value = std::to_string(number) + ".5";
+        } else if (operation == 2) {
             d->setString(item, string.c_str());
-            node->set(kString, string);
-            break;
-        case 3: {
+            node->create("", kString).value = string;
+        } else if (operation == 3) {
             const std::vector<int64_t> values(roll(4), number);
             d->setInt64Array(item, values.data(), values.size());
             node->setArray(values.size(), std::to_string(number));
-            break;
-        }
-        default: {
+        } else {
             const ItemType type = static_cast<ItemType>(roll(5));
             d->createItem(base, path.c_str(), type);
             model.create(path, type);
-        }
         }
     }
 

@@ -1,6 +1,7 @@
 // Values of the four types by path and by index, and string buffers.
 #include "support/Store.h"
 
+#include <atomic>
 #include <thread>
 
 namespace foreign {
@@ -108,7 +109,7 @@ TEST_P(Scalars, BuffersAreTakenBackOnceAndAlsoAfterShutDown) {
 }
 
 TEST_F(Failing, CreationStoresAndTellsNothing) {
-    onNodes({"/a", "/a/2"});
+    onNodes({"/a", "/a/2", ""}); // the last would hear of null
     g_recorder.isCreateFailing = true;
     for (const ScalarCase& row : kScalarCases) {
         row.write(*settings, "/a");

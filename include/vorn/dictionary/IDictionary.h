@@ -2,8 +2,9 @@
 //
 // An item is a value (bool, 64-bit integer, 64-bit float, string) or a dictionary, whose children
 // are named items kept in the order of their creation. Items belong to the service, which creates
-// and destroys them; a handle stays valid, and keeps its name and its place, until the item is
-// destroyed, however often its value is overwritten.
+// and destroys them; a handle stays valid, and keeps its name, until the item is destroyed, however
+// often its value is overwritten. Its place among its siblings stays too, except that the elements
+// of an array written whole come to lie in the order of their indices.
 //
 // Holds for all slots:
 //

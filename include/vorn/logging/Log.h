@@ -118,9 +118,9 @@ using LogFn = void (*)(const char* source,
 
 } // namespace vorn::logging
 
-extern vorn::logging::Logging* g_vornLogging; // the service, or null
-extern vorn::logging::LogFn g_vornLogFn;      // its log function, or null
-extern int32_t g_vornLogLevel;                // threshold of this client
+extern VORN_HIDDEN vorn::logging::Logging* g_vornLogging; // the service, or null
+extern VORN_HIDDEN vorn::logging::LogFn g_vornLogFn;      // its log function, or null
+extern VORN_HIDDEN int32_t g_vornLogLevel;                // threshold of this client
 
 // Logs a message of this client: tests function and threshold, then passes everything on.
 // fileName is the path that the message carries; the line is that of the macro's use.

@@ -28,7 +28,7 @@ static_assert(sizeof(Profiler) == 9 * sizeof(void (*)()), "9 slots");
 
 } // namespace vorn::profiler
 
-extern vorn::profiler::Profiler* g_vornProfiler; // the service, or null
+extern VORN_HIDDEN vorn::profiler::Profiler* g_vornProfiler; // the service, or null
 
 namespace vorn::profiler {
 

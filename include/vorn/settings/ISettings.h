@@ -15,7 +15,9 @@
 //  - Items belong to the dictionary service. Strings and arrays passed in are read during the call
 //    only; pointers passed as userData are handed back and never looked at.
 //  - Every change of the tree is told to its subscribers before the slot returns, on the calling
-//    thread, with no lock held. Callbacks may call every slot.
+//    thread, with no lock held. Callbacks may call the table, with two exceptions: they must not
+//    destroy or replace the node they are told about or a node around it, and while a subtree is
+//    being told as destroyed they must not add or remove nodes in it.
 //  - Slots may be called from start-up to shut-down of the plugin. Outside, they do nothing,
 //    return neutral results and log one error.
 //

@@ -180,26 +180,28 @@ char* createText(const Tree& tree, const Item* item) {
 }
 
 ItemType preferredElementType(const Tree& tree, const Item* item) {
-    constexpr int64_t kLargestExact = int64_t{1} << 53; // integers up to here are exact as floats
     const size_t length = tree.arrayLength(item);
     ItemType preferred = ItemType::eBool;
     bool hasDictionaries = false;
     bool hasValues = false;
-    bool hasLargeIntegers = false;
+    bool areIntegersExact = true; // as floats
     for (size_t i = 0; i < length; ++i) {
         const Value value = tree.child(item, i)->read();
         hasDictionaries |= value.type() == ItemType::eDictionary;
         hasValues |= value.type() != ItemType::eDictionary;
         if (value.type() == ItemType::eInt) {
-            const auto integer = static_cast<int64_t>(value.payload);
-            hasLargeIntegers |= integer > kLargestExact || integer < -kLargestExact;
+            const Scalar integer = {value.type(), value.payload};
+            const Scalar number = {ItemType::eFloat, payloadOf(integer.asFloat64())};
+            // 2^63 comes back as the largest integer, which is no float itself.
+            areIntegersExact &= number.asInt64() == integer.asInt64() &&
+                                integer.asInt64() != std::numeric_limits<int64_t>::max();
         }
         preferred = value.type() > preferred ? value.type() : preferred;
     }
     if (length == 0 || (hasDictionaries && hasValues)) {
         return ItemType::eCount;
     }
-    return preferred == ItemType::eFloat && hasLargeIntegers ? ItemType::eString : preferred;
+    return preferred == ItemType::eFloat && !areIntegersExact ? ItemType::eString : preferred;
 }
 
 } // namespace vorn::dictionary

@@ -384,9 +384,12 @@ void Tree::_freeContents(Item* item) {
     } else if (value.type() == ItemType::eDictionary) {
         m_childLists.deallocate(value.children());
     }
-    if (item->hasLongName()) {
+    // No lookup that begins from here on takes the item for what it was.
+    const bool hadLongName = item->hasLongName();
+    item->hash.store(~item->hash.load(std::memory_order_relaxed), std::memory_order_release);
+    item->nameLength = 0;
+    if (hadLongName) {
         std::free(item->longName);
-        item->nameLength = 0;
     }
 }
 

@@ -44,11 +44,17 @@ public:
     }
 
     size_t childCount(const Item* item) const {
-        const Value value = item->read();
-        if (value.type() != ItemType::eDictionary || !value.children()) {
-            return 0;
+        for (;;) {
+            const Value value = item->read();
+            ChildList* children = value.children();
+            if (value.type() != ItemType::eDictionary || !children) {
+                return 0;
+            }
+            const size_t count = children->size();
+            if (item->head.load(std::memory_order_acquire) == value.head) [[likely]] {
+                return count; // of a list that was in use when it was counted
+            }
         }
-        return value.children()->size();
     }
 
     // The child at that place, or null past the end.
@@ -56,15 +62,11 @@ public:
         for (;;) {
             const Value value = item->read();
             ChildList* children = value.children();
-            if (value.type() != ItemType::eDictionary || !children || place >= children->size()) {
-                if (item->head.load(std::memory_order_acquire) == value.head) {
-                    return nullptr;
-                }
-                continue;
-            }
-            const uint32_t index = children->indexAt(place);
+            const bool exists =
+                value.type() == ItemType::eDictionary && children && place < children->size();
+            const uint32_t index = exists ? children->indexAt(place) : ItemPool::kNoItem;
             if (item->head.load(std::memory_order_acquire) == value.head) [[likely]] {
-                return m_items.at(index);
+                return exists ? m_items.at(index) : nullptr;
             }
         }
     }

@@ -74,7 +74,11 @@ private:
 // The names of the nodes met on the way up from a node. Kept in place at the usual depth.
 class ClimbedNames {
 public:
+    // A name that is empty leaves no trace at the end of a path.
     void add(std::string_view name) {
+        if (name.empty() && m_pathLength == 0) {
+            return;
+        }
         if (m_nearCount < m_near.size()) {
             m_near[m_nearCount++] = name;
         } else {
@@ -83,8 +87,12 @@ public:
         m_pathLength += 1 + name.size();
     }
 
-    // From the last name to the first, a "/" in front of each.
+    // From the last name to the first, a "/" in front of each; "/" alone when there are none.
     void composePath(MflString& path) const {
+        if (m_pathLength == 0) {
+            path.push_back('/');
+            return;
+        }
         path.reserve(m_pathLength);
         const auto append = [&](std::string_view name) { path.append(1, '/').append(name); };
         std::for_each(m_far.rbegin(), m_far.rend(), append);
@@ -164,8 +172,7 @@ void getFullPath(MflString* fullPath, const Item* item, const Item* root) {
         return;
     }
     fullPath->clear();
-    if (item && item == root) {
-        fullPath->push_back('/');
+    if (!item) {
         return;
     }
     ClimbedNames names;

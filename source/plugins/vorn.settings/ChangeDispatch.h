@@ -1,9 +1,10 @@
 // Tells subscribers about changes of the tree: the subscribers of the node first, then those of
 // the subtrees around it, from the nearest to the farthest; within one path newest first.
 //
-// Threads: callbacks run on the calling thread with no lock held. They may call every operation of
-// the store, subscribing and unsubscribing included; a subscription that goes away while it waits
-// to be called is not called.
+// Threads: callbacks run on the calling thread with no lock held. They may read, write, subscribe
+// and unsubscribe; a subscription that goes away while it waits to be called is not called. What
+// they must not do is destroy the node that is being told about or one around it: both steps climb
+// from it when the callbacks have run.
 #pragma once
 
 #include "State.h"

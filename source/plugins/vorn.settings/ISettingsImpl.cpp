@@ -40,6 +40,8 @@ constexpr PluginImplDesc kPluginImpl = {"vorn.settings.plugin", "Settings storag
 // The file that every message of the store names, the same in every build.
 constexpr const char* kSourcePath = "source/plugins/vorn.settings/ISettingsImpl.cpp";
 
+constexpr const char* kRootName = "<ISettings root>";
+
 // Results when there is nothing to return.
 constexpr int64_t kIntDefaultValue = 0;
 constexpr double kFloatDefaultValue = 0.0;
@@ -212,10 +214,10 @@ const char* getStringRawImpl(const char* path) {
 template <class Scalar>
 Item* storeScalar(Item* root, const char* path, typename Scalar::Value value) {
     Item* item = g_idictionary->getItemMutable(root, path);
-    if (item) {
-        MergeReport::forgetBelow(item);
-    } else {
+    if (!item) {
         item = g_idictionary->createItem(root, path, Scalar::kItemType);
+    } else if (root == g_modifiedSettingsRoot) {
+        MergeReport::forgetBelow(item);
     }
     if (item) {
         (g_idictionary->*Scalar::kSet)(item, value);
@@ -324,7 +326,12 @@ enum class ArrayAnalysisMode : uint32_t {
     eAccessibilityOnly = 1, // and every child is accessible as a type
 };
 
+// childItem is null where another thread has made the array shorter meanwhile: no index.
 size_t getChildValidIndex(const Item* childItem, bool* isElIdxValid) {
+    *isElIdxValid = false;
+    if (!childItem) [[unlikely]] {
+        return 0;
+    }
     const char* elIdxString = g_idictionary->getItemName(childItem);
     const size_t elIdxStringLen = std::strlen(elIdxString);
     return getValidIndex(elIdxString, elIdxStringLen, isElIdxValid);
@@ -399,6 +406,9 @@ void getSharedArray(Item* item, T* arrayOut, size_t arrayBufferLength, const cha
     const size_t childCount = g_idictionary->getItemChildCount(item);
     for (size_t chIdx = 0; chIdx < childCount; ++chIdx) {
         const Item* child = g_idictionary->getItemChildByIndex(item, chIdx);
+        if (!child) [[unlikely]] {
+            break; // another thread has made the array shorter
+        }
         const char* name = g_idictionary->getItemName(child);
         bool isElIdxValid = false;
         const size_t elIdx = getValidIndex(name, std::strlen(name), &isElIdxValid);
@@ -489,7 +499,7 @@ void setArray(const char* path,
     }
     Item* item = findItem(sanitizedPath);
     if (item) {
-        MergeReport::forgetBelow(item);
+        MergeReport::rememberByPathBelow(item);
     } else {
         item =
             g_idictionary->createItem(g_modifiedSettingsRoot, sanitizedPath, ItemType::eDictionary);
@@ -718,11 +728,10 @@ int onDestroyedItem(const Item* srcItem, int, void*) {
     return 0;
 }
 
-// eDestroyed for the item and everything below it, parents first.
-void triggerDestroyCallbacks(const Item* item) {
+// eDestroyed for the item, unless it is to be skipped, and everything below it, parents first.
+void triggerDestroyCallbacks(const Item* item, dictionary::WalkerMode walkerMode) {
     if (isAnyoneSubscribed()) {
-        dictionary::walkDictionary(g_idictionary, dictionary::WalkerMode::eIncludeRoot, item, 0,
-                                   onDestroyedItem, nullptr);
+        dictionary::walkDictionary(g_idictionary, walkerMode, item, 0, onDestroyedItem, nullptr);
     }
 }
 
@@ -731,30 +740,13 @@ void destroyReportedItem(Item* item) {
     g_idictionary->destroyItem(item);
 }
 
-const Item* getRootChild(size_t chIdx) {
-    return g_idictionary->getItemChildByIndex(g_modifiedSettingsRoot, chIdx);
-}
-
-// eDestroyed for everything below the root, whose children callbacks may remove meanwhile.
-void triggerDestroyCallbacksBelowRoot() {
-    for (size_t chIdx = 0; chIdx < g_idictionary->getItemChildCount(g_modifiedSettingsRoot);
-         ++chIdx) {
-        const Item* child = getRootChild(chIdx);
-        triggerDestroyCallbacks(child);
-        while (chIdx > 0 && getRootChild(chIdx) != child) {
-            --chIdx; // children in front of it are gone
-        }
-    }
-}
-
 // The root itself stays and gets no event.
 void destroyChildrenOfRoot() {
-    if (isAnyoneSubscribed()) {
-        triggerDestroyCallbacksBelowRoot();
-    }
-    const size_t childCount = g_idictionary->getItemChildCount(g_modifiedSettingsRoot);
-    for (size_t chIdx = childCount; chIdx > 0; --chIdx) {
-        destroyReportedItem(const_cast<Item*>(getRootChild(chIdx - 1)));
+    triggerDestroyCallbacks(g_modifiedSettingsRoot, dictionary::WalkerMode::eSkipRoot);
+    for (size_t count = g_idictionary->getItemChildCount(g_modifiedSettingsRoot); count > 0;
+         --count) {
+        const Item* child = g_idictionary->getItemChildByIndex(g_modifiedSettingsRoot, count - 1);
+        destroyReportedItem(const_cast<Item*>(child));
     }
 }
 
@@ -765,11 +757,33 @@ void destroyItemImpl(const char* path) {
         return;
     }
     if (item == g_modifiedSettingsRoot) {
-        destroyChildrenOfRoot();
+        if (g_idictionary->getItemType(item) == ItemType::eDictionary) {
+            destroyChildrenOfRoot();
+        }
     } else {
-        triggerDestroyCallbacks(item);
+        triggerDestroyCallbacks(item, dictionary::WalkerMode::eIncludeRoot);
         destroyReportedItem(item);
     }
+}
+
+Item* createDictionaryItem(Item* parent, const char* path) {
+    return g_idictionary->createItem(parent, path, ItemType::eDictionary);
+}
+
+Item* replaceItem(Item* item, const char* pathWithoutSlash) {
+    destroyReportedItem(item);
+    return createDictionaryItem(g_modifiedSettingsRoot, pathWithoutSlash);
+}
+
+// A write to "/" may have left a value there. The store is never without a root, so a new one that
+// cannot be had leaves the old one in place.
+Item* replaceRoot() {
+    Item* root = createDictionaryItem(nullptr, kRootName);
+    if (root) {
+        destroyReportedItem(g_modifiedSettingsRoot);
+        g_modifiedSettingsRoot = root;
+    }
+    return root;
 }
 
 void setDictionaryImpl(const char* path) {
@@ -780,15 +794,9 @@ void setDictionaryImpl(const char* path) {
     Item* item = findItem(pathWithoutSlash);
     if (item && g_idictionary->getItemType(item) != ItemType::eDictionary) {
         triggerAllChangeCallbacks(item, ChangeEventType::eDestroyed);
-        // A root that holds a value is not replaced but turned into a dictionary.
-        if (item != g_modifiedSettingsRoot) {
-            destroyReportedItem(item);
-        }
-        item = nullptr;
-    }
-    if (!item) {
-        item = g_idictionary->createItem(g_modifiedSettingsRoot, pathWithoutSlash,
-                                         ItemType::eDictionary);
+        item = item == g_modifiedSettingsRoot ? replaceRoot() : replaceItem(item, pathWithoutSlash);
+    } else if (!item) {
+        item = createDictionaryItem(g_modifiedSettingsRoot, pathWithoutSlash);
     }
     if (item) {
         triggerAllChangeCallbacks(item, ChangeEventType::eChanged);
@@ -806,13 +814,19 @@ Item* createDictionaryFromSettingsImpl(const char* path) {
     if (!pathWithoutSlash) {
         return nullptr;
     }
-    Item* fullSettingsCopy =
-        g_idictionary->createItem(nullptr, "<full settings>", ItemType::eDictionary);
+    Item* fullSettingsCopy = createDictionaryItem(nullptr, "<full settings>");
     if (fullSettingsCopy) {
         g_idictionary->update(fullSettingsCopy, nullptr, g_modifiedSettingsRoot, pathWithoutSlash,
                               dictionary::kUpdateItemOverwriteOriginal, nullptr);
     }
     return fullSettingsCopy;
+}
+
+// Accepts everything, on behalf of merges that are still to report.
+UpdateAction onInitializedItem(
+    const Item* dstItem, ItemType dstItemType, const Item*, ItemType srcItemType, void*) {
+    MergeReport::forgetOverwritten(dstItem, dstItemType, srcItemType);
+    return UpdateAction::eOverwrite;
 }
 
 void initializeFromDictionaryImpl(const Item* dictionary) {
@@ -823,8 +837,10 @@ void initializeFromDictionaryImpl(const Item* dictionary) {
     if (!dictionary || !isStarted(__func__)) {
         return;
     }
-    g_idictionary->update(g_modifiedSettingsRoot, nullptr, dictionary, nullptr,
-                          dictionary::kUpdateItemOverwriteOriginal, nullptr);
+    const OnUpdateItemFn onUpdateItemFn =
+        MergeReport::isAnyPending() ? &onInitializedItem : dictionary::kUpdateItemOverwriteOriginal;
+    g_idictionary->update(g_modifiedSettingsRoot, nullptr, dictionary, nullptr, onUpdateItemFn,
+                          nullptr);
     g_isInitialized = true;
 }
 
@@ -919,8 +935,7 @@ void startUp(const char* funcName) {
     if (!acquireDictionary(funcName) || g_modifiedSettingsRoot) {
         return;
     }
-    g_modifiedSettingsRoot =
-        g_idictionary->createItem(nullptr, "<ISettings root>", ItemType::eDictionary);
+    g_modifiedSettingsRoot = createDictionaryItem(nullptr, kRootName);
     if (!g_modifiedSettingsRoot) {
         VORN_LOG_FROM(kSourcePath, logging::kLevelError, "%s: cannot create the settings root",
                       funcName);

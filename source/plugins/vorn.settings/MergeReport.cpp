@@ -52,7 +52,7 @@ MergeReport::MergeReport(const char* dstPath,
              {},
              onUpdateItemFn ? onUpdateItemFn : dictionary::kUpdateItemOverwriteOriginal,
              userData},
-      m_outer(t_innermostReport) {
+      m_destinationPrefix(makeDestinationPrefix(dstPath)), m_outer(t_innermostReport) {
     m_data.updatedItems.reserve(kUpdateTrackerReserve);
     t_innermostReport = this;
 }
@@ -68,12 +68,7 @@ UpdateAction MergeReport::askAndRecord(const Item* dstItem,
     const UpdateAction updateAction =
         m_data.onUpdateItemFn(dstItem, dstItemType, srcItem, srcItemType, m_data.userData);
     if (updateAction == UpdateAction::eOverwrite) {
-        // Only the reports around this one are concerned: a merge offers parents before children.
-        const bool losesChildren =
-            dstItemType == ItemType::eDictionary && srcItemType != ItemType::eDictionary;
-        if (m_outer && losesChildren) {
-            forgetBelow(dstItem);
-        }
+        forgetOverwritten(dstItem, dstItemType, srcItemType);
         if (_isAwaited()) {
             _record(dstItem, srcItem);
         }
@@ -109,7 +104,7 @@ void MergeReport::send() {
     if (m_failure) {
         std::rethrow_exception(m_failure);
     }
-    MflString eventPath = makeDestinationPrefix(m_data.dstPath);
+    MflString eventPath = m_destinationPrefix;
     const size_t prefixLength = eventPath.size();
     while (m_sentCount < m_data.updatedItems.size()) {
         const Item* item = m_data.updatedItems[m_sentCount];
@@ -127,31 +122,66 @@ void MergeReport::send() {
     }
 }
 
-// Entries whose events were sent are left alone: their nodes may be gone already.
-template <class IsLost>
-void MergeReport::_forgetPending(IsLost isLost) {
+bool MergeReport::isAnyPending() {
+    for (const MergeReport* report = t_innermostReport; report; report = report->m_outer) {
+        if (report->m_sentCount < report->m_data.updatedItems.size()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// change(report, i) for every entry that has a handle and whose event is still to come. Entries
+// whose events were sent are left alone: their nodes may be gone already.
+template <class Change>
+void MergeReport::_forEachPending(Change change) {
     for (MergeReport* report = t_innermostReport; report; report = report->m_outer) {
-        std::vector<const Item*>& items = report->m_data.updatedItems;
-        for (size_t i = report->m_sentCount; i < items.size(); ++i) {
-            if (items[i] && isLost(items[i])) {
-                items[i] = nullptr;
+        for (size_t i = report->m_sentCount; i < report->m_data.updatedItems.size(); ++i) {
+            if (report->m_data.updatedItems[i]) {
+                change(*report, i);
             }
         }
     }
 }
 
 void MergeReport::forgetSubtree(const Item* item) {
-    if (t_innermostReport) {
-        const bool hasChildren = g_idictionary->getItemChildCount(item) > 0;
-        _forgetPending([&](const Item* pending) {
-            return pending == item || (hasChildren && isBelow(item, pending));
+    forgetBelow(item);
+    _forEachPending([item](MergeReport& report, size_t i) {
+        if (report.m_data.updatedItems[i] == item) {
+            report.m_data.updatedItems[i] = nullptr;
+        }
+    });
+}
+
+void MergeReport::forgetBelow(const Item* item) {
+    if (isAnyPending() && g_idictionary->getItemType(item) == ItemType::eDictionary) {
+        _forEachPending([item](MergeReport& report, size_t i) {
+            if (isBelow(item, report.m_data.updatedItems[i])) {
+                report.m_data.updatedItems[i] = nullptr;
+            }
         });
     }
 }
 
-void MergeReport::forgetBelow(const Item* item) {
-    if (t_innermostReport && g_idictionary->getItemChildCount(item) > 0) {
-        _forgetPending([&](const Item* pending) { return isBelow(item, pending); });
+void MergeReport::forgetOverwritten(const Item* dstItem,
+                                    ItemType dstItemType,
+                                    ItemType srcItemType) {
+    if (dstItemType == ItemType::eDictionary && srcItemType != ItemType::eDictionary) {
+        forgetBelow(dstItem);
+    }
+}
+
+void MergeReport::rememberByPathBelow(const Item* item) {
+    if (isAnyPending() && g_idictionary->getItemType(item) == ItemType::eDictionary) {
+        _forEachPending([item](MergeReport& report, size_t i) {
+            const Item*& pending = report.m_data.updatedItems[i];
+            if (isBelow(item, pending)) {
+                MflString& path = report.m_data.updatedItemPaths[i];
+                getFullPath(&path, pending, g_modifiedSettingsRoot);
+                path.erase(0, report.m_destinationPrefix.size());
+                pending = nullptr;
+            }
+        });
     }
 }
 

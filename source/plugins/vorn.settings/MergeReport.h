@@ -20,7 +20,7 @@ struct MergeDataWrapper {
     // The destination as the caller gave it.
     MflString dstPath;
     const dictionary::Item* srcRoot;
-    // For created nodes the full path below srcRoot; empty for all others.
+    // For nodes known by path alone the full path below srcRoot; empty for all others.
     std::vector<MflString> updatedItemPaths;
     // The caller's callback and its pointer.
     dictionary::OnUpdateItemFn onUpdateItemFn;
@@ -48,22 +48,34 @@ public:
     // sends nothing, when recording ran out of memory.
     void send();
 
+    // Whether an event of a node that existed before its merge is still to come on this thread.
+    static bool isAnyPending();
+
     // What is about to be destroyed gets no event from any report of this thread: the item and
-    // everything below it, or, because a value or an array is written over the item, only the
-    // latter.
+    // everything below it, or, because a value is written over the item, only the latter.
     static void forgetSubtree(const dictionary::Item* item);
     static void forgetBelow(const dictionary::Item* item);
 
+    // The same for an item that a merge is about to write, if that destroys anything.
+    static void forgetOverwritten(const dictionary::Item* dstItem,
+                                  dictionary::ItemType dstItemType,
+                                  dictionary::ItemType srcItemType);
+
+    // An array is about to be written over the item: whether the nodes below it stay, are replaced
+    // or go is the dictionary service's matter, so their events go to whatever then has their path.
+    static void rememberByPathBelow(const dictionary::Item* item);
+
 private:
-    template <class IsLost>
-    static void _forgetPending(IsLost isLost);
+    template <class Change>
+    static void _forEachPending(Change change);
 
     bool _isAwaited() const;
     void _record(const dictionary::Item* dstItem, const dictionary::Item* srcItem);
 
     MergeDataWrapper m_data;
-    std::exception_ptr m_failure; // why the record is incomplete, if it is
-    size_t m_sentCount = 0;       // entries from here on are pending
+    MflString m_destinationPrefix; // of the full path of every node of the merge
+    std::exception_ptr m_failure;  // why the record is incomplete, if it is
+    size_t m_sentCount = 0;        // entries from here on are pending
     MergeReport* m_outer;
 };
 
