@@ -24,8 +24,9 @@
 //  - [reads]     any thread, also beside [writes] and [creates] on the same tree; never waits.
 //  - [writes]    any thread, beside everything but [removes] of the same item.
 //  - [creates]   any thread, beside everything but [removes] of the parent.
-//  - [removes]   any thread, once the caller knows that nobody uses what goes away. Setting a
-//                dictionary to a value or a shorter array removes its children.
+//  - [removes]   any thread, once the caller knows that nobody uses what goes away; a lookup of its
+//                path that is under way is a use. Whatever makes a dictionary a value or a shorter
+//                array removes its children: setters, createItem with another type, update.
 #pragma once
 
 #include "../Defines.h"
@@ -192,7 +193,8 @@ struct IDictionary {
     // without asking. eKeep on a dictionary skips what is below it. Items that exist are
     // overwritten in place. A missing source changes nothing; a missing destination is created
     // with the first accepted item. Source and destination may lie in one tree. A null callback
-    // accepts everything. [writes, creates; reads of the source]
+    // accepts everything; a callback must not remove items of either side. When memory runs out,
+    // the merge ends there. [writes, creates; reads of the source]
     void (*update)(Item* dst,
                    const char* dstPath,
                    const Item* src,

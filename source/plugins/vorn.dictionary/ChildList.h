@@ -43,6 +43,8 @@ struct ChildList {
 
 class ChildListPool {
 public:
+    static constexpr size_t kMaxCapacity = size_t{1} << 31;
+
     ChildListPool() = default;
     ChildListPool(const ChildListPool&) = delete;
     ChildListPool& operator=(const ChildListPool&) = delete;
@@ -50,8 +52,12 @@ public:
         release();
     }
 
-    // An empty list with room for at least minCapacity entries, or null when memory is exhausted.
+    // An empty list with room for at least minCapacity entries, or null when memory is exhausted
+    // or there can be no such list.
     ChildList* allocate(size_t minCapacity) {
+        if (minCapacity > kMaxCapacity) {
+            return nullptr;
+        }
         uint32_t bits = kMinCapacityBits;
         while ((size_t{1} << bits) < minCapacity) {
             ++bits;

@@ -38,6 +38,21 @@ bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
     return true;
 }
 
+// Of a number that a float cannot hold: whether it is next to 0, rather than too large.
+bool isTooSmall(std::string_view text) {
+    const size_t exponent = text.find_first_of("eE");
+    if (exponent != std::string_view::npos) {
+        return text[exponent + 1] == '-';
+    }
+    return text.find_first_of("123456789") > text.find('.');
+}
+
+// Whether text is what formatScalar writes for infinities and NaN.
+bool isNonFiniteWord(std::string_view text) {
+    text.remove_prefix(text[0] == '-' ? 1 : 0);
+    return equalsIgnoringCase(text, "inf") || equalsIgnoringCase(text, "nan");
+}
+
 } // namespace
 
 int64_t Scalar::asInt64() const {
@@ -87,46 +102,39 @@ Scalar parseScalar(std::string_view text) {
     double number = 0;
     const std::errc error = parseWhole(text, number);
     if (error == std::errc::result_out_of_range) {
-        long double wide = 0; // a wider exponent tells too large from too small
-        if (parseWhole(text, wide) != std::errc()) {
-            return kNone;
-        }
-        number = static_cast<double>(wide);
-    } else if (error != std::errc()) {
+        number = isTooSmall(text) ? 0.0 : std::numeric_limits<double>::infinity();
+        number = text[0] == '-' ? -number : number;
+    } else if (error != std::errc() || (!std::isfinite(number) && !isNonFiniteWord(text))) {
         return kNone;
     }
     return {ItemType::eFloat, payloadOf(number)};
 }
 
 Scalar readScalar(const Tree& tree, const Item* item) {
-    const Value value = item->read();
-    switch (value.type()) {
-    case ItemType::eBool:
-    case ItemType::eInt:
-    case ItemType::eFloat:
-        return {value.type(), value.payload};
-    case ItemType::eString: {
+    Value value = item->read();
+    if (value.type() == ItemType::eString) {
         const StringReader reader(tree.strings());
-        const Value text = item->read();
-        if (text.type() == ItemType::eString) {
-            return parseScalar(StringBlock::textOf(text.payload));
+        value = item->read(); // again, now that a text stays readable
+        if (value.type() == ItemType::eString) {
+            return parseScalar(StringBlock::textOf(value.payload));
         }
-        return readScalar(tree, item); // overwritten meanwhile
     }
-    case ItemType::eDictionary:
-    case ItemType::eCount:
-        break;
+    if (value.type() < ItemType::eString) {
+        return {value.type(), value.payload};
     }
     return {ItemType::eCount, 0};
 }
 
 bool isAccessible(const Tree& tree, ItemType type, const Item* item) {
     const ItemType own = item->type();
+    if (own < ItemType::eString && type < ItemType::eString) [[likely]] {
+        return true;
+    }
     switch (type) {
     case ItemType::eBool:
     case ItemType::eInt:
     case ItemType::eFloat:
-        return own < ItemType::eString || readScalar(tree, item).isValid();
+        return readScalar(tree, item).isValid();
     case ItemType::eString:
         return own <= ItemType::eString;
     case ItemType::eDictionary:
@@ -186,7 +194,11 @@ ItemType preferredElementType(const Tree& tree, const Item* item) {
     bool hasValues = false;
     bool areIntegersExact = true; // as floats
     for (size_t i = 0; i < length; ++i) {
-        const Value value = tree.child(item, i)->read();
+        const Item* element = tree.child(item, i);
+        if (!element) {
+            return ItemType::eCount; // another thread has made the array shorter
+        }
+        const Value value = element->read();
         hasDictionaries |= value.type() == ItemType::eDictionary;
         hasValues |= value.type() != ItemType::eDictionary;
         if (value.type() == ItemType::eInt) {

@@ -20,7 +20,7 @@ namespace vorn::dictionary {
 namespace {
 
 // Holds every item; released by shut-down, or at the latest when the library is unloaded.
-Tree g_tree;
+constinit Tree g_tree;
 
 // The contract hands out const items for reading; the tree has one kind of pointer.
 Item* mutableItem(const Item* item) {
@@ -80,6 +80,12 @@ bool isAccessibleAsImpl(ItemType itemType, const Item* item) {
 }
 
 int64_t getAsInt64Impl(const Item* item) {
+    if (item) [[likely]] {
+        const Value value = item->read();
+        if (value.type() == ItemType::eInt) [[likely]] {
+            return static_cast<int64_t>(value.payload);
+        }
+    }
     return item ? readScalar(g_tree, item).asInt64() : 0;
 }
 
@@ -137,7 +143,8 @@ bool isAccessibleAsArrayImpl(const Item* item) {
 bool isAccessibleAsArrayOfImpl(ItemType itemType, const Item* item) {
     const size_t length = item ? g_tree.arrayLength(item) : 0;
     for (size_t i = 0; i < length; ++i) {
-        if (!isAccessible(g_tree, itemType, g_tree.child(item, i))) {
+        const Item* element = g_tree.child(item, i);
+        if (!element || !isAccessible(g_tree, itemType, element)) {
             return false;
         }
     }
@@ -161,17 +168,27 @@ const Item* getItemAtImpl(const Item* item, size_t index) {
     return getItemAtMutableImpl(mutableItem(item), index);
 }
 
-// One element, read or written by a scalar slot.
+// One element.
 template <auto readSlot>
 auto readAt(const Item* item, size_t index) {
     return readSlot(getItemAtImpl(item, index));
 }
 
-template <auto writeSlot, ItemType type, class Element>
+template <ItemType type, class Element>
 void writeAt(Item* item, size_t index, Element value) {
     if (item) {
         const ElementName name(index);
-        writeSlot(g_tree.create(item, name.text(), type), value);
+        g_tree.createWith(item, name.text(), type, payloadOf(value));
+    }
+}
+
+// The text is copied first: it may be the element's own.
+void setStringAtImpl(Item* item, size_t index, const char* value) {
+    const ElementName name(index);
+    uint64_t payload;
+    if (item && StringBlock::create(value, &payload) &&
+        !g_tree.createWith(item, name.text(), ItemType::eString, payload)) {
+        StringBlock::discard(payload);
     }
 }
 
@@ -229,6 +246,9 @@ void setStringArrayImpl(Item* item, const char* const* array, size_t arrayLength
         return;
     }
     const size_t length = array ? arrayLength : 0;
+    if (length > ChildListPool::kMaxCapacity) {
+        return;
+    }
     uint64_t* payloads = new (std::nothrow) uint64_t[length];
     size_t copied = 0;
     while (payloads && copied < length && StringBlock::create(array[copied], payloads + copied)) {
@@ -296,24 +316,24 @@ constexpr IDictionary kDictionaryImpl = {
     .getArrayLength = getArrayLengthImpl,
     .getPreferredArrayType = getPreferredArrayTypeImpl,
     .getAsInt64At = readAt<getAsInt64Impl>,
-    .setInt64At = writeAt<setInt64Impl, ItemType::eInt>,
+    .setInt64At = writeAt<ItemType::eInt>,
     .getAsInt64Array = getAsInt64ArrayImpl,
     .setInt64Array = writeArray<ItemType::eInt, int64_t>,
     .getAsIntArray = getAsIntArrayImpl,
     .setIntArray = writeArray<ItemType::eInt, int64_t>,
     .getAsFloat64At = readAt<getAsFloat64Impl>,
-    .setFloat64At = writeAt<setFloat64Impl, ItemType::eFloat>,
+    .setFloat64At = writeAt<ItemType::eFloat>,
     .getAsFloat64Array = getAsFloat64ArrayImpl,
     .setFloat64Array = writeArray<ItemType::eFloat, double>,
     .getAsFloatArray = getAsFloatArrayImpl,
     .setFloatArray = writeArray<ItemType::eFloat, double>,
     .getAsBoolAt = readAt<getAsBoolImpl>,
-    .setBoolAt = writeAt<setBoolImpl, ItemType::eBool>,
+    .setBoolAt = writeAt<ItemType::eBool>,
     .getAsBoolArray = getAsBoolArrayImpl,
     .setBoolArray = writeArray<ItemType::eBool, bool>,
     .createStringBufferFromItemValueAt = readAt<createStringBufferFromItemValueImpl>,
     .getStringBufferAt = readAt<getStringBufferImpl>,
-    .setStringAt = writeAt<setStringImpl, ItemType::eString>,
+    .setStringAt = setStringAtImpl,
     .getStringBufferArray = getStringBufferArrayImpl,
     .setStringArray = setStringArrayImpl,
     .getItemAt = getItemAtImpl,

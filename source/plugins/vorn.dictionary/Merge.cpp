@@ -19,7 +19,10 @@ struct PlannedItem {
 // The items of a source in pre-order.
 class Plan {
 public:
-    Plan(const Tree& tree, Item* top) {
+    Plan() = default;
+
+    // Throws std::bad_alloc when memory is exhausted.
+    void read(const Tree& tree, Item* top) {
         struct Level {
             Item* dictionary;
             size_t nextChild;
@@ -110,18 +113,29 @@ public:
     Merger(Tree& tree, Plan& plan, OnUpdateItemFn onUpdateItemFn, void* userData)
         : m_tree(tree), m_plan(plan), m_onUpdateItemFn(onUpdateItemFn), m_userData(userData) {}
 
-    void run(Item* dst, const char* dstPath) {
+    // Gets all the memory that run needs besides what it stores. Throws std::bad_alloc when it is
+    // not to be had.
+    void prepare(Item* dst) {
         // Within one tree, a dictionary that becomes a value could take planned sources with it.
         m_isOneTree = rootOf(dst) == rootOf(m_plan[0].source);
+        if (m_isOneTree) {
+            m_postponed.reserve(m_plan.size());
+        }
         m_parents.resize(m_plan.depth() + 1);
         m_parents[0] = dst;
+    }
+
+    void run(const char* dstPath) {
         for (size_t i = 0; i < m_plan.size();) {
             const PlannedItem& item = m_plan[i];
             const char* path = item.depth == 0 ? dstPath : item.source->name();
-            Item* merged = _mergeItem(i, m_parents[item.depth], path);
-            if (!merged) {
+            if (!_isAccepted(i, m_parents[item.depth], path)) {
                 i = m_plan.skip(i);
                 continue;
+            }
+            Item* merged = _write(i, m_parents[item.depth], path);
+            if (!merged) {
+                break;
             }
             if (item.type == ItemType::eDictionary) {
                 m_parents[item.depth + 1] = merged;
@@ -140,29 +154,36 @@ private:
         size_t place;
     };
 
-    // Merges the planned item at place into path below parent. The item in the destination, or
-    // null when it was not accepted or could not be created.
-    Item* _mergeItem(size_t place, Item* parent, const char* path) {
-        const PlannedItem planned = m_plan[place];
-        Item* item = m_tree.find(parent, path);
-        const ItemType itemType = item ? item->type() : ItemType::eCount;
-        const bool isDictionary = planned.type == ItemType::eDictionary;
-        if (isDictionary && itemType == ItemType::eDictionary) {
-            return item;
+    // Whether the planned item goes to path below parent: a dictionary that both sides have is
+    // entered, about all else the caller is asked.
+    bool _isAccepted(size_t place, Item* parent, const char* path) {
+        const PlannedItem& planned = m_plan[place];
+        m_item = m_tree.find(parent, path);
+        m_itemType = m_item ? m_item->type() : ItemType::eCount;
+        if (planned.type == ItemType::eDictionary && m_itemType == ItemType::eDictionary) {
+            return true;
         }
-        if (m_onUpdateItemFn(item, itemType, planned.source, planned.type, m_userData) !=
-            UpdateAction::eOverwrite) {
-            return nullptr;
+        return m_onUpdateItemFn(m_item, m_itemType, planned.source, planned.type, m_userData) ==
+               UpdateAction::eOverwrite;
+    }
+
+    // Writes the accepted item. The item in the destination, or null when memory is exhausted.
+    Item* _write(size_t place, Item* parent, const char* path) {
+        const ItemType type = m_plan[place].type;
+        if (type == ItemType::eDictionary) {
+            return m_itemType == type ? m_item : m_tree.create(parent, path, type);
         }
-        if (item && itemType == ItemType::eDictionary && m_isOneTree) {
-            m_postponed.push_back({item, place});
-            return item;
+        if (m_itemType == ItemType::eDictionary && m_isOneTree) {
+            m_postponed.push_back({m_item, place});
+            return m_item;
         }
-        if (!item || isDictionary) {
-            item = m_tree.create(parent, path, planned.type);
+        if (m_item) {
+            m_tree.setValue(m_item, type, m_plan.takePayload(place));
+            return m_item;
         }
-        if (item && !isDictionary) {
-            m_tree.setValue(item, planned.type, m_plan.takePayload(place));
+        Item* item = m_tree.createWith(parent, path, type, m_plan[place].payload);
+        if (item) {
+            m_plan.takePayload(place);
         }
         return item;
     }
@@ -172,6 +193,8 @@ private:
     OnUpdateItemFn m_onUpdateItemFn;
     void* m_userData;
     bool m_isOneTree = false;
+    Item* m_item = nullptr; // in the destination, where the item at hand goes; may be null
+    ItemType m_itemType = ItemType::eCount;
     std::vector<Item*> m_parents; // where the items of each depth go
     std::vector<Postponed> m_postponed;
 };
@@ -189,8 +212,15 @@ void merge(Tree& tree,
     if (!top) {
         return;
     }
-    Plan plan(tree, top);
-    Merger(tree, plan, onUpdateItemFn, userData).run(dst, dstPath);
+    Plan plan;
+    Merger merger(tree, plan, onUpdateItemFn, userData);
+    try {
+        plan.read(tree, top);
+        merger.prepare(dst);
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+    merger.run(dstPath);
 }
 
 } // namespace vorn::dictionary

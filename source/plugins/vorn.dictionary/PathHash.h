@@ -90,10 +90,19 @@ inline uint32_t extendHash(uint32_t state, const char* text, size_t length) {
     if (!detail::g_hasCrcInstruction) [[unlikely]] {
         return detail::extendBytewise(state, text, length);
     }
+    // Few branches that depend on the length: where paths of many lengths are looked up in turn,
+    // each would be guessed wrong time and again.
     uint64_t crc = state;
     size_t position = 0;
-    for (; length - position > 8; position += 8) {
+    for (; length - position > 16; position += 16) {
         crc = detail::crcWord(crc, loadWord(text + position));
+        crc = detail::crcWord(crc, loadWord(text + position + 8));
+    }
+    if (length >= 8) [[likely]] {
+        const bool hasMore = length - position > 8;
+        const uint64_t more = detail::crcWord(crc, loadWord(text + (hasMore ? position : 0)));
+        crc = hasMore ? more : crc;
+        position += hasMore ? 8 : 0;
     }
     // The last 1 to 8 bytes in one step: leading zero bytes leave a zero state alone, so they go
     // to the end of a word, with the state folded into them instead of passed along. What of the

@@ -26,36 +26,32 @@ void PathTable::insert(uint32_t index) {
     ++m_count;
 }
 
+// A slot may become empty only where lookups end anyway: in a group that has an empty one already.
 uint32_t PathTable::remove(const Item* item) {
     Table* table = m_table.load(std::memory_order_relaxed);
-    std::atomic<uint32_t>* slots = table->slots();
     const uint32_t indexMask = table->indexMask;
-    size_t i = mix(item->hash.load(std::memory_order_relaxed)) & indexMask;
+    std::atomic<uint32_t>* slots = table->slots();
+    size_t i = firstOf(mix(item->hash.load(std::memory_order_relaxed)), indexMask);
     while (m_items.at(slots[i].load(std::memory_order_relaxed) & indexMask) != item) {
         i = (i + 1) & indexMask;
     }
     const uint32_t index = slots[i].load(std::memory_order_relaxed) & indexMask;
+    const Group group(slots + (i & ~(kGroupSize - 1)));
+    const bool isLast = group.findTag(kEmpty, ~uint32_t{0}) != 0;
+    slots[i].store(isLast ? kEmpty : kRemoved, std::memory_order_release);
+    m_removed += isLast ? 0 : 1;
     --m_count;
-    if (slots[(i + 1) & indexMask].load(std::memory_order_relaxed) != kEmpty) {
-        slots[i].store(kRemoved, std::memory_order_release);
-        ++m_removed;
-        return index;
-    }
-    // The end of a run: no probe goes on past it, so it and the removed slots before it are empty.
-    slots[i].store(kEmpty, std::memory_order_release);
-    for (i = (i - 1) & indexMask; slots[i].load(std::memory_order_relaxed) == kRemoved;
-         i = (i - 1) & indexMask) {
-        slots[i].store(kEmpty, std::memory_order_release);
-        --m_removed;
-    }
     return index;
 }
 
 void PathTable::release() {
     std::free(m_table.exchange(nullptr, std::memory_order_relaxed));
-    for (Table*& table : m_retired) {
-        std::free(table);
-        table = nullptr;
+    for (Table*& first : m_retired) {
+        while (first) {
+            Table* next = first->nextRetired;
+            std::free(first);
+            first = next;
+        }
     }
     m_generation.fetch_add(1, std::memory_order_release);
     m_count = m_removed = 0;
@@ -64,14 +60,15 @@ void PathTable::release() {
 // An empty table, or null when memory is exhausted.
 PathTable::Table* PathTable::_takeTable(unsigned bits) {
     Table* table = m_retired[bits];
-    m_retired[bits] = nullptr;
-    if (!table) {
+    if (table) {
+        m_retired[bits] = table->nextRetired;
+    } else {
         const size_t bytes = sizeof(Table) + (sizeof(uint32_t) << bits);
         void* memory = std::aligned_alloc(alignof(Table), alignedSize(bytes, alignof(Table)));
         if (!memory) {
             return nullptr;
         }
-        table = new (memory) Table{bits, (1u << bits) - 1};
+        table = new (memory) Table{nullptr, bits, (1u << bits) - 1};
         for (size_t i = 0; i < table->size(); ++i) {
             new (table->slots() + i) std::atomic<uint32_t>(kEmpty);
         }
@@ -93,6 +90,7 @@ void PathTable::_retire(Table* table) {
         // NOLINTNEXTLINE(performance-no-int-to-ptr): a page inside the table
         madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
     }
+    table->nextRetired = m_retired[table->bits];
     m_retired[table->bits] = table;
 }
 
@@ -100,7 +98,7 @@ void PathTable::_put(Table* table, uint32_t index, uint32_t hash) {
     std::atomic<uint32_t>* slots = table->slots();
     const uint32_t indexMask = table->indexMask;
     const uint32_t mixed = mix(hash);
-    size_t i = mixed & indexMask;
+    size_t i = firstOf(mixed, indexMask);
     uint32_t slot = slots[i].load(std::memory_order_relaxed);
     while (slot > kRemoved) {
         i = (i + 1) & indexMask;

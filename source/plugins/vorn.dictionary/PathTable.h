@@ -16,12 +16,13 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <emmintrin.h>
 
 namespace vorn::dictionary {
 
 class PathTable {
 public:
-    explicit PathTable(const ItemPool& items) : m_items(items) {}
+    explicit constexpr PathTable(const ItemPool& items) : m_items(items) {}
     PathTable(const PathTable&) = delete;
     PathTable& operator=(const PathTable&) = delete;
     ~PathTable() {
@@ -37,17 +38,21 @@ public:
             if (table) {
                 const uint32_t indexMask = table->indexMask;
                 const uint32_t mixed = mix(hash);
-                const std::atomic<uint32_t>* slots = table->slots();
-                for (size_t i = mixed & indexMask;; i = (i + 1) & indexMask) {
-                    const uint32_t slot = slots[i].load(std::memory_order_acquire);
-                    if (slot == kEmpty) {
-                        break;
-                    }
-                    if (((slot ^ mixed) & ~indexMask) == 0) { // a removed one matches no item
+                for (size_t first = firstOf(mixed, indexMask);;
+                     first = (first + kGroupSize) & indexMask) {
+                    const std::atomic<uint32_t>* slots = table->slots() + first;
+                    const Group group(slots);
+                    // A removed slot may fit too; it leads to an item that matches nothing.
+                    for (unsigned fits = group.findTag(mixed, ~indexMask); fits; fits &= fits - 1) {
+                        const uint32_t slot =
+                            slots[__builtin_ctz(fits)].load(std::memory_order_acquire);
                         Item* item = m_items.at(slot & indexMask);
                         if (item->hash.load(std::memory_order_acquire) == hash && accept(item)) {
                             return item;
                         }
+                    }
+                    if (group.findTag(kEmpty, ~uint32_t{0})) {
+                        break;
                     }
                 }
             }
@@ -76,7 +81,39 @@ private:
     static constexpr unsigned kMinBits = 10;
     static constexpr unsigned kMaxBits = 31;
 
+    static constexpr size_t kGroupSize = 4;
+
+    // The slots of a group as they stood when it was made.
+    class Group {
+    public:
+        explicit Group(const std::atomic<uint32_t>* slots)
+            : m_slots(_mm_set_epi64x(_load(slots + 2), _load(slots))) {}
+
+        // One bit for each slot that equals the tag where the mask has bits.
+        unsigned findTag(uint32_t tag, uint32_t mask) const {
+            const __m128i masks = _mm_set1_epi32(static_cast<int>(mask));
+            const __m128i tags = _mm_set1_epi32(static_cast<int>(tag & mask));
+            const __m128i equal = _mm_cmpeq_epi32(_mm_and_si128(m_slots, masks), tags);
+            return static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(equal)));
+        }
+
+    private:
+        // Two slots in one step.
+        static long long _load(const std::atomic<uint32_t>* slots) {
+            typedef long long Pair __attribute__((may_alias));
+            return __atomic_load_n(reinterpret_cast<const Pair*>(slots), __ATOMIC_ACQUIRE);
+        }
+
+        __m128i m_slots;
+    };
+
+    // The first slot of the group where probing starts.
+    static size_t firstOf(uint32_t mixed, uint32_t indexMask) {
+        return mixed & indexMask & ~(kGroupSize - 1);
+    }
+
     struct alignas(64) Table {
+        Table* nextRetired; // of the same size
         unsigned bits;      // of the number of slots
         uint32_t indexMask; // of a slot: the index; of a mixed hash: where probing starts
 
@@ -113,7 +150,7 @@ private:
     std::atomic<uint64_t> m_generation{0}; // raised after every replacement of the table
     size_t m_count = 0;                    // items in the table
     size_t m_removed = 0;                  // slots marked as removed
-    Table* m_retired[kMaxBits + 1] = {};   // replaced tables, one a size, for use again
+    Table* m_retired[kMaxBits + 1] = {};   // lists of replaced tables by size, for use again
 };
 
 } // namespace vorn::dictionary

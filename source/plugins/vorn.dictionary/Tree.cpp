@@ -20,18 +20,35 @@ bool isPossiblePath(std::string_view path) {
 // ---------------------------------------------------------------------------------- creating
 
 Item* Tree::create(Item* parent, const char* path, ItemType type) {
-    if (!parent || type >= ItemType::eCount) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    bool isNew = false;
+    Item* item = _findOrCreate(parent, path ? path : "", {type}, &isNew);
+    if (item && item->type() != type) {
+        _setValue(item, type, 0);
+    }
+    return item;
+}
+
+Item* Tree::createWith(Item* parent, const char* path, ItemType type, uint64_t payload) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    bool isNew = false;
+    Item* item = _findOrCreate(parent, path ? path : "", {type, payload}, &isNew);
+    if (item && !isNew) {
+        _setValue(item, type, payload);
+    }
+    return item;
+}
+
+// An item that exists is returned as it is.
+Item* Tree::_findOrCreate(Item* parent, std::string_view path, Content content, bool* isNew) {
+    if (!parent || content.type >= ItemType::eCount) {
         return nullptr;
     }
-    const std::string_view text = path ? std::string_view(path) : std::string_view();
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (Item* item = find(parent, text.data(), text.size())) {
-        if (item->type() != type) {
-            _setValue(item, type, 0);
-        }
+    if (Item* item = find(parent, path.data(), path.size())) {
         return item;
     }
-    return isPossiblePath(text) ? _createBelow(parent, text, type) : nullptr;
+    *isNew = true;
+    return isPossiblePath(path) ? _createBelow(parent, path, content) : nullptr;
 }
 
 Item* Tree::createRoot(const char* name, ItemType type) {
@@ -43,7 +60,7 @@ Item* Tree::createRoot(const char* name, ItemType type) {
     if (!m_paths.reserve(1)) {
         return nullptr;
     }
-    const uint32_t index = _newItem(nullptr, name ? name : "", m_nextRootHash, type);
+    const uint32_t index = _newItem(nullptr, name ? name : "", m_nextRootHash, {type});
     if (index == ItemPool::kNoItem) {
         return nullptr;
     }
@@ -52,7 +69,7 @@ Item* Tree::createRoot(const char* name, ItemType type) {
 }
 
 // Creates the item at a path that does not exist yet.
-Item* Tree::_createBelow(Item* parent, std::string_view path, ItemType type) {
+Item* Tree::_createBelow(Item* parent, std::string_view path, Content content) {
     // The longest part of the path that exists, and what is missing below it.
     Item* anchor = nullptr;
     size_t known = path.size();
@@ -74,7 +91,7 @@ Item* Tree::_createBelow(Item* parent, std::string_view path, ItemType type) {
         return nullptr;
     }
     uint32_t topIndex = ItemPool::kNoItem;
-    Item* item = _createChain(anchor, missing, type, &topIndex);
+    Item* item = _createChain(anchor, missing, content, &topIndex);
     if (!item) {
         if (!isDictionary) {
             m_childLists.deallocate(siblings);
@@ -91,15 +108,15 @@ Item* Tree::_createBelow(Item* parent, std::string_view path, ItemType type) {
 
 // Creates an item for each name of the path, each below the one before, the first below the
 // anchor; the anchor does not list it yet. The last one, or null and nothing left behind.
-Item* Tree::_createChain(Item* anchor, std::string_view path, ItemType type, uint32_t* topIndex) {
+Item* Tree::_createChain(Item* anchor, std::string_view path, Content content, uint32_t* topIndex) {
     Item* item = anchor;
     for (size_t begin = 0; begin < path.size();) {
         const size_t end = std::min(path.find('/', begin), path.size());
-        const ItemType ownType = end == path.size() ? type : ItemType::eDictionary;
+        const Content own = end == path.size() ? content : Content{ItemType::eDictionary};
         ChildList* siblings = item == anchor ? nullptr : _roomForChild(item);
         uint32_t index = ItemPool::kNoItem;
         if (siblings || item == anchor) {
-            index = _newChild(item, path.substr(begin, end - begin), ownType);
+            index = _newChild(item, path.substr(begin, end - begin), own);
         }
         if (index == ItemPool::kNoItem) {
             if (item != anchor) {
@@ -119,41 +136,55 @@ Item* Tree::_createChain(Item* anchor, std::string_view path, ItemType type, uin
     return item;
 }
 
-uint32_t Tree::_newChild(Item* parent, std::string_view name, ItemType type) {
+uint32_t Tree::_newChild(Item* parent, std::string_view name, Content content) {
     const uint32_t start = extendHashBySeparator(parent->hash.load(std::memory_order_relaxed));
-    return _newItem(parent, name, extendHash(start, name.data(), name.size()), type);
+    return _newItem(parent, name, extendHash(start, name.data(), name.size()), content);
 }
 
-// A new item with its type's neutral value, in the table but in no list of children; kNoItem when
-// memory is exhausted. REQUIRES: room reserved in the table.
-uint32_t Tree::_newItem(Item* parent, std::string_view name, uint32_t hash, ItemType type) {
-    char* longName = nullptr;
-    if (name.size() > Item::kInlineNameCapacity) {
-        longName = static_cast<char*>(std::malloc(name.size() + 1));
-        if (!longName) {
-            return ItemPool::kNoItem;
-        }
-        std::memcpy(longName, name.data(), name.size());
-        longName[name.size()] = '\0';
-    }
+// A new item, in the table but in no list of children; kNoItem when memory is exhausted. REQUIRES:
+// room reserved in the table.
+uint32_t Tree::_newItem(Item* parent, std::string_view name, uint32_t hash, Content content) {
     const uint32_t index = m_items.allocate();
     if (index == ItemPool::kNoItem) {
-        std::free(longName);
         return index;
     }
     Item* item = m_items.at(index);
     item->parent = parent;
-    item->nameLength = static_cast<uint32_t>(name.size());
-    if (longName) {
-        item->longName = longName;
-    } else {
-        item->setInlineName(name);
+    if (!_setName(item, name, content.type)) {
+        m_items.deallocate(index);
+        return ItemPool::kNoItem;
+    }
+    if (!parent) {
+        item->farName.root = index;
     }
     const Value lastLife = item->read();
-    item->head.store(lastLife.nextHead(type), std::memory_order_relaxed);
+    item->payload.store(content.payload, std::memory_order_relaxed);
+    item->head.store(lastLife.nextHead(content.type), std::memory_order_release);
     item->hash.store(hash, std::memory_order_release);
     m_paths.insert(index);
     return index;
+}
+
+// Keeps the whole path of a dictionary with its name. False when memory is exhausted.
+bool Tree::_setName(Item* item, std::string_view name, ItemType type) {
+    if (name.size() > Item::kMaxNameLength) {
+        return false;
+    }
+    const Item* parent = item->parent;
+    const bool isPathKept = type == ItemType::eDictionary && parent && parent->hasPath() &&
+                            parent->farName.pathLength + 1 + name.size() <= Item::kMaxKeptPath;
+    if (parent && !isPathKept && name.size() <= Item::kInlineNameCapacity) {
+        item->setInlineName(name);
+        return true;
+    }
+    const std::string_view parentPath = isPathKept ? parent->path() : std::string_view();
+    if (!item->setFarName(name, parentPath, isPathKept)) {
+        return false;
+    }
+    if (isPathKept) {
+        item->farName.root = parent->farName.root;
+    }
+    return true;
 }
 
 // The child list of a dictionary, with room for one more entry; null when memory is exhausted.
@@ -257,7 +288,9 @@ bool Tree::_hasElementsInOrder(const Item* array, size_t length) const {
     for (size_t i = 0; i < length; ++i, name.next()) {
         // Both hold the digits at the end, behind zeros.
         const Item* element = m_items.at(children->indexAt(i));
-        if (std::memcmp(element->inlineName, name.paddedText(), sizeof(element->inlineName)) != 0) {
+        if (element->isFar ? element->nameView() != name.view()
+                           : std::memcmp(element->inlineName, name.paddedText(),
+                                         sizeof(element->inlineName)) != 0) {
             return false;
         }
     }
@@ -279,7 +312,7 @@ ChildList* Tree::_listElements(Item* array, size_t length, ItemType type) {
     ElementName name;
     for (size_t i = 0; i < length && isComplete; ++i, name.next()) {
         if (elements->indexAt(i) == ItemPool::kNoItem) {
-            elements->put(i, _newChild(array, name.view(), type));
+            elements->put(i, _newChild(array, name.view(), {type}));
             isComplete = elements->indexAt(i) != ItemPool::kNoItem;
         }
     }
@@ -385,12 +418,8 @@ void Tree::_freeContents(Item* item) {
         m_childLists.deallocate(value.children());
     }
     // No lookup that begins from here on takes the item for what it was.
-    const bool hadLongName = item->hasLongName();
     item->hash.store(~item->hash.load(std::memory_order_relaxed), std::memory_order_release);
-    item->nameLength = 0;
-    if (hadLongName) {
-        std::free(item->longName);
-    }
+    item->freeName();
 }
 
 void Tree::release() {

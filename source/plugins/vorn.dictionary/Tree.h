@@ -78,6 +78,10 @@ public:
     // createItem. Null for an impossible path or type, or when memory is exhausted.
     Item* create(Item* parent, const char* path, ItemType type);
 
+    // The same with a value of that type, stored in the same step; a string's payload is taken
+    // over unless the result is null.
+    Item* createWith(Item* parent, const char* path, ItemType type, uint64_t payload);
+
     // A root of its own tree.
     Item* createRoot(const char* name, ItemType type);
 
@@ -115,10 +119,17 @@ private:
     // Everything below runs under m_mutex.
     void _setValue(Item* item, ItemType type, uint64_t payload);
     static Value _replaceValue(Item* item, ItemType type, uint64_t payload);
-    Item* _createBelow(Item* parent, std::string_view path, ItemType type);
-    Item* _createChain(Item* anchor, std::string_view path, ItemType type, uint32_t* topIndex);
-    uint32_t _newItem(Item* parent, std::string_view name, uint32_t hash, ItemType type);
-    uint32_t _newChild(Item* parent, std::string_view name, ItemType type);
+    // What a new item gets; a zero payload is the neutral value of every type.
+    struct Content {
+        ItemType type;
+        uint64_t payload = 0;
+    };
+    Item* _findOrCreate(Item* parent, std::string_view path, Content content, bool* isNew);
+    Item* _createBelow(Item* parent, std::string_view path, Content content);
+    Item* _createChain(Item* anchor, std::string_view path, Content content, uint32_t* topIndex);
+    uint32_t _newItem(Item* parent, std::string_view name, uint32_t hash, Content content);
+    uint32_t _newChild(Item* parent, std::string_view name, Content content);
+    static bool _setName(Item* item, std::string_view name, ItemType type);
     ChildList* _roomForChild(Item* dictionary);
     void _detach(const Item* item);
     void _destroyItems(Item* top);
