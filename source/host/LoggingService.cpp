@@ -5,6 +5,7 @@
 #include "BuiltinPlugin.h"
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <new>
 
@@ -16,34 +17,6 @@ static thread_local SourceTrial* t_trial = nullptr; // the innermost one
 static thread_local bool t_isDelivering = false;    // loggers are running
 
 // ---- helpers ------------------------------------------------------------------------------------
-
-// The text of a message: in place when it is short, from the heap when it is not, cut when the
-// heap has none left.
-class MessageText {
-public:
-    MessageText(const char* format, va_list arguments) {
-        va_list again;
-        va_copy(again, arguments);
-        const int length = std::vsnprintf(m_inPlace, sizeof(m_inPlace), format, arguments);
-        if (length < 0) {
-            m_inPlace[0] = '\0';
-        } else if (const size_t size = static_cast<size_t>(length) + 1; size > sizeof(m_inPlace)) {
-            m_onHeap.reset(new (std::nothrow) char[size]);
-            if (m_onHeap) {
-                std::vsnprintf(m_onHeap.get(), size, format, again);
-            }
-        }
-        va_end(again);
-    }
-
-    const char* get() const {
-        return m_onHeap ? m_onHeap.get() : m_inPlace;
-    }
-
-private:
-    char m_inPlace[1024];
-    std::unique_ptr<char[]> m_onHeap;
-};
 
 // Marks this thread as one that runs loggers.
 struct DeliveryMark {
@@ -93,7 +66,13 @@ int32_t LoggingService::_thresholdOf(const Source& source) const {
     return source.ownThreshold.value_or(m_threshold);
 }
 
-bool LoggingService::_passes(const char* source, int32_t level) const {
+// ---- messages and loggers -----------------------------------------------------------------------
+
+bool LoggingService::isWanted(const char* source, int32_t level) const {
+    // A logger that logs would wait for itself.
+    if (t_isDelivering) {
+        return false;
+    }
     const std::lock_guard lock(m_settingsMutex);
     const auto found = m_sources.find(source);
     if (found == m_sources.end()) {
@@ -102,24 +81,12 @@ bool LoggingService::_passes(const char* source, int32_t level) const {
     return found->second.ownSwitch.value_or(m_isEnabled) && level >= _thresholdOf(found->second);
 }
 
-// ---- messages and loggers -----------------------------------------------------------------------
-
-void LoggingService::log(const char* source,
-                         int32_t level,
-                         const char* fileName,
-                         int lineNumber,
-                         const char* format,
-                         va_list arguments) {
-    // A logger that logs would wait for itself.
-    if (t_isDelivering || !_passes(source, level)) {
-        return;
-    }
-    const MessageText message(format, arguments);
-
+void LoggingService::deliver(
+    const char* source, int32_t level, const char* fileName, int lineNumber, const char* message) {
     const std::lock_guard lock(m_deliveryMutex);
     const DeliveryMark delivering;
     for (logging::Logger* logger : m_loggers) {
-        logger->handleMessage(logger, source, level, fileName, lineNumber, message.get());
+        logger->handleMessage(logger, source, level, fileName, lineNumber, message);
     }
 }
 
@@ -289,14 +256,30 @@ static void __attribute__((format(printf, 5, 6))) logImpl(const char* source,
                                                           int lineNumber,
                                                           const char* format,
                                                           ...) {
-    if (!format) {
+    LoggingService& service = LoggingService::instance();
+    const char* sourceName = source ? source : "";
+    if (!format || !service.isWanted(sourceName, level)) {
         return;
     }
+    char inPlace[1024] = "";
     va_list arguments;
     va_start(arguments, format);
-    LoggingService::instance().log(source ? source : "", level, fileName ? fileName : "",
-                                   lineNumber, format, arguments);
+    const int length = std::vsnprintf(inPlace, sizeof(inPlace), format, arguments);
     va_end(arguments);
+
+    // A long message is cut when the heap has no room for it.
+    std::unique_ptr<char[]> onHeap;
+    if (length >= static_cast<int>(sizeof(inPlace))) {
+        const size_t size = static_cast<size_t>(length) + 1;
+        onHeap.reset(new (std::nothrow) char[size]);
+        if (onHeap) {
+            va_start(arguments, format);
+            std::vsnprintf(onHeap.get(), size, format, arguments);
+            va_end(arguments);
+        }
+    }
+    service.deliver(sourceName, level, fileName ? fileName : "", lineNumber,
+                    onHeap ? onHeap.get() : inPlace);
 }
 
 static void setLevelThresholdImpl(int32_t level) {

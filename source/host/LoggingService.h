@@ -16,7 +16,6 @@
 #include "vorn/Framework.h"
 #include "vorn/logging/Log.h"
 
-#include <cstdarg>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -62,12 +61,13 @@ public:
     static logging::Logging& table();
     static const PluginRegistrationDesc& plugin();
 
-    void log(const char* source,
-             int32_t level,
-             const char* fileName,
-             int lineNumber,
-             const char* format,
-             va_list arguments);
+    // Whether a message is for anybody, asked before its text is put together; and its delivery.
+    bool isWanted(const char* source, int32_t level) const;
+    void deliver(const char* source,
+                 int32_t level,
+                 const char* fileName,
+                 int lineNumber,
+                 const char* message);
 
     void setLevelThreshold(int32_t level);
     int32_t getLevelThreshold() const;
@@ -110,7 +110,6 @@ private:
     void _change(Change change);
     void _dropIdleSources();
     int32_t _thresholdOf(const Source& source) const;
-    bool _passes(const char* source, int32_t level) const;
     void _settle(SourceTrial& trial, bool isConfirmed);
 
     std::recursive_mutex m_changeMutex;

@@ -76,7 +76,7 @@ PluginPtr PluginRegistry::_choose(const std::string& client, const InterfaceDesc
     for (const std::string& chooser : {client, std::string()}) {
         const auto choice = m_defaults.find({chooser, wanted.name, wanted.version.major});
         if (choice != m_defaults.end()) {
-            const PluginPtr plugin = _find(choice->second);
+            PluginPtr plugin = _find(choice->second);
             if (plugin && plugin->image->tableServing(wanted)) {
                 return plugin;
             }
@@ -279,8 +279,8 @@ std::vector<std::string> PluginRegistry::reloadChanged() {
     return refusals;
 }
 
-// The old library stays as it is until the new one is known to be good, and is closed before the
-// new one's log source counts as unregistered.
+// The old library stays as it is until the new one is known to be good. When it is closed, the log
+// source that it unregisters is the new one's already, and stays.
 Refusal PluginRegistry::_reload(Lock& lock, const PluginPtr& plugin) {
     Work reloading(m_work, plugin, PluginState::eLoading);
     const InterfaceUses::TableCounts usesBefore = m_uses.takeClient(plugin->name);
@@ -436,6 +436,7 @@ PluginRegistry::acquireAll(const std::string& client, InterfaceDesc wanted, size
                   [&](const PluginPtr& plugin) { return !plugin->image->tableServing(wanted); });
     plugins.resize(std::min(count, plugins.size()));
     std::vector<Acquired> acquired;
+    acquired.reserve(plugins.size());
     for (const PluginPtr& plugin : plugins) {
         acquired.push_back(_acquireFrom(lock, plugin, client, wanted));
     }
@@ -467,11 +468,12 @@ void PluginRegistry::setDefault(const std::string& client,
 
 // ---- descriptions and paths ---------------------------------------------------------------------
 
-static const PluginDesc kNoPluginDesc = {};
+static constexpr PluginDesc kNoPluginDesc = {};
 
 std::vector<PluginDesc> PluginRegistry::descriptions() const {
     const Lock lock(m_mutex);
     std::vector<PluginDesc> descriptions;
+    descriptions.reserve(m_plugins.size());
     for (const PluginPtr& plugin : m_plugins) {
         descriptions.push_back(plugin->image->desc());
     }

@@ -72,8 +72,8 @@ private:
     }
 
     int m_fileDescriptor;
-    size_t m_size = 0;
-    char m_buffer[4096];
+    size_t m_size = 0; // of what the buffer holds
+    char m_buffer[4096] = {};
 };
 
 // ---- operations ---------------------------------------------------------------------------------

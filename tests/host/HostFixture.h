@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 using Lines = std::vector<std::string>;
@@ -34,6 +36,26 @@ struct RecordingLogger {
     }
 };
 
+// A plugin of the test program itself, "test.inline" and a number, with an interface of its own.
+// Its start-up and shut-down do what is set.
+template <int number>
+struct InlinePlugin {
+    static inline const std::string name = "test.inline" + std::to_string(number);
+    static inline const std::string interface = "test::Inline" + std::to_string(number);
+    static inline std::function<void()> onStartup, onShutdown;
+
+    static vorn::PluginRegistrationDesc desc() {
+        const auto onRegister = [](vorn::Framework*, vorn::PluginRegistryEntry* entry) {
+            static const TestInterface kTable = {};
+            static const vorn::PluginRegistryEntry::Interface kInterface = {
+                {interface.c_str(), {0, 1}}, &kTable, sizeof(kTable)};
+            *entry = {{name.c_str(), "", "", vorn::PluginHotReload::eDisabled, ""}, &kInterface, 1};
+        };
+        return {onRegister, [] { return vorn::kFrameworkVersion; }, nullptr, [] { onStartup(); },
+                [] { onShutdown(); }};
+    }
+};
+
 class HostFixture : public testing::Test {
 protected:
     HostFixture() {
@@ -43,6 +65,13 @@ protected:
 
     void load(const std::string& name) {
         host.loadPlugin(pluginFile(name));
+    }
+
+    // Whose start-up and shut-down do nothing as yet.
+    template <int number>
+    void registerInline() {
+        InlinePlugin<number>::onStartup = InlinePlugin<number>::onShutdown = [] {};
+        ASSERT_TRUE(framework.registerPlugin("test", InlinePlugin<number>::desc()));
     }
 
     // Loads what the wildcards match, the way that an application does it.

@@ -93,26 +93,26 @@ TEST_F(LoggingSources, ACallbackMayCallTheService) {
 }
 
 TEST_F(LoggingSources, LoggersAreCalledInOrderAndOnlyWhileTheyAreAdded) {
-    static RecordingLogger s_second;
-    logging.addLogger(&s_second.logger);
-    logging.addLogger(&s_second.logger);
+    RecordingLogger second;
+    logging.addLogger(&second.logger);
+    logging.addLogger(&second.logger);
     // More than any buffer on the stack.
     const std::string longText(100'000, 'x');
     logging.log("a", kLevelError, "file.cpp", 1, "%s%d", longText.c_str(), 1);
     EXPECT_EQ(takeLines(), (Lines{"a: " + longText + "1"}));
-    EXPECT_EQ(s_second.lines, (Lines{"a: " + longText + "1"}));
+    EXPECT_EQ(second.lines, (Lines{"a: " + longText + "1"}));
 
     logging.removeLogger(&log.logger);
     logging.removeLogger(&log.logger);
     say("a", kLevelError);
     EXPECT_EQ(log.lines, Lines{});
-    EXPECT_EQ(s_second.lines.size(), 2u);
+    EXPECT_EQ(second.lines.size(), 2u);
 
     logging.reset();
     testing::internal::CaptureStderr();
     say("a", kLevelError);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "a: error: level 1\n");
-    EXPECT_EQ(s_second.lines.size(), 2u) << "the default logger alone";
+    EXPECT_EQ(second.lines.size(), 2u) << "the default logger alone";
 }
 
 TEST_F(LoggingSources, AMessageOfALoggerIsDropped) {

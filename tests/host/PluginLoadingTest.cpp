@@ -2,8 +2,6 @@
 
 #include "HostFixture.h"
 
-#include "vorn/PluginUtils.h"
-
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -132,31 +130,21 @@ TEST_F(PluginDirectories, RecursiveSearchHonoursExclusionsAndReportsWhatIsNoDire
 
 // ---- registering by address ---------------------------------------------------------------------
 
-static void fillEntry(vorn::Framework*, vorn::PluginRegistryEntry* entry) {
-    static const int kTable = 7;
-    static const vorn::PluginRegistryEntry::Interface kInterface = {
-        {"test::Inline", {0, 2}}, &kTable, sizeof(kTable)};
-    *entry = {{"test.inline", "", "", vorn::PluginHotReload::eDisabled, ""}, &kInterface, 1};
-}
-
-static const vorn::PluginRegistrationDesc kInlinePlugin = {
-    fillEntry, [] { return vorn::kFrameworkVersion; }, nullptr, [] {}, [] {}};
-
 TEST_F(PluginLoading, RegistersByAddressOnceAndChecksTheEntryPoints) {
-    EXPECT_TRUE(framework.registerPlugin("test", kInlinePlugin));
+    registerInline<1>();
     EXPECT_EQ(takeLines(), Lines{});
-    EXPECT_EQ(framework.getPluginDesc("test.inline").libPath, nullptr);
-    EXPECT_NE(acquire("test::Inline"), nullptr);
+    EXPECT_EQ(framework.getPluginDesc("test.inline1").libPath, nullptr);
+    EXPECT_NE(acquire("test::Inline1"), nullptr);
 
-    EXPECT_FALSE(framework.registerPlugin("test", kInlinePlugin));
-    expectOneLine(takeLines(), {"\"test.inline\" (registered by test)", "name not in use"});
+    EXPECT_FALSE(framework.registerPlugin("test", InlinePlugin<1>::desc()));
+    expectOneLine(takeLines(), {"\"test.inline1\" (registered by test)", "name not in use"});
 
-    vorn::PluginRegistrationDesc incomplete = kInlinePlugin;
+    vorn::PluginRegistrationDesc incomplete = InlinePlugin<1>::desc();
     incomplete.onPluginStartupFn = nullptr;
     EXPECT_FALSE(framework.registerPlugin("test", incomplete));
     expectOneLine(takeLines(), {"expected all entry points", "found a null one"});
 
-    vorn::PluginRegistrationDesc nameless = kInlinePlugin;
+    vorn::PluginRegistrationDesc nameless = InlinePlugin<1>::desc();
     nameless.onPluginRegisterFn = [](vorn::Framework*, vorn::PluginRegistryEntry*) {};
     EXPECT_FALSE(framework.registerPlugin("test", nameless));
     expectOneLine(takeLines(), {"expected a plugin name"});
@@ -228,10 +216,10 @@ TEST_F(PluginReload, ReplacesAChangedLibraryOnceNobodyHoldsIt) {
 }
 
 TEST_F(PluginReload, AnUnregisteredClientHoldsNothingAnyMore) {
-    ASSERT_TRUE(framework.registerPlugin("test", kInlinePlugin));
-    acquire("test::Edition", {0, 1}, nullptr, "test.inline");
+    registerInline<1>();
+    acquire("test::Edition", {0, 1}, nullptr, "test.inline1");
     put("edition2", "libedition.plugin.so");
-    ASSERT_TRUE(framework.unregisterPlugin("test.inline"));
+    ASSERT_TRUE(framework.unregisterPlugin("test.inline1"));
     framework.tryReloadPlugins();
     EXPECT_EQ(acquiredEdition(), 2);
 }

@@ -4,7 +4,6 @@
 #include "HostFixture.h"
 
 #include <atomic>
-#include <functional>
 #include <thread>
 
 using Acquiring = HostFixture;
@@ -125,36 +124,12 @@ TEST_F(Acquiring, FindsTablesByOtherTablesLibrariesAndVersions) {
 
 // ---- plugins that acquire, and several threads --------------------------------------------------
 
-// A plugin of the test program itself, "test.inline" and a number, with an interface of its own:
-// its start-up and shut-down do what is set.
-template <int number>
-struct InlinePlugin {
-    static inline const std::string name = "test.inline" + std::to_string(number);
-    static inline const std::string interface = "test::Inline" + std::to_string(number);
-    static inline std::function<void()> onStartup, onShutdown;
-
-    static void registerWith(vorn::Framework& framework) {
-        onStartup = onShutdown = [] {};
-        const auto onRegister = [](vorn::Framework*, vorn::PluginRegistryEntry* entry) {
-            static const TestInterface kTable = {};
-            static const vorn::PluginRegistryEntry::Interface kInterface = {
-                {interface.c_str(), {0, 1}}, &kTable, sizeof(kTable)};
-            *entry = {{name.c_str(), "", "", vorn::PluginHotReload::eDisabled, ""}, &kInterface, 1};
-        };
-        ASSERT_TRUE(
-            framework.registerPlugin("test", {onRegister, [] { return vorn::kFrameworkVersion; },
-                                              nullptr, [] { onStartup(); }, [] { onShutdown(); }}));
-    }
-};
-using FirstPlugin = InlinePlugin<1>;
-using SecondPlugin = InlinePlugin<2>;
-
 TEST_F(Acquiring, AStartUpMayAcquireAlsoOnAnotherThreadButNotItself) {
     load("base");
-    FirstPlugin::registerWith(framework);
+    registerInline<1>();
     bool isBaseStarted = false;
     const void* itself = this;
-    FirstPlugin::onStartup = [&] {
+    InlinePlugin<1>::onStartup = [&] {
         std::thread([&] {
             const TestInterface* base = acquire("test::Base", {0, 1}, nullptr, "test.inline1");
             isBaseStarted = base && base->isStarted();
@@ -172,9 +147,9 @@ TEST_F(Acquiring, AStartUpMayAcquireAlsoOnAnotherThreadButNotItself) {
 
 TEST_F(Acquiring, NothingIsStartedAnyMoreWhileAllIsShutDown) {
     load("base");
-    FirstPlugin::registerWith(framework);
+    registerInline<1>();
     const void* base = this;
-    FirstPlugin::onShutdown = [&] { base = tryAcquire("test::Base"); };
+    InlinePlugin<1>::onShutdown = [&] { base = tryAcquire("test::Base"); };
     acquire("test::Inline1");
     framework.unloadAllPlugins();
     EXPECT_EQ(base, nullptr);
@@ -209,8 +184,8 @@ TEST_F(Acquiring, ThreadsThatLoadAndAcquireAtOnceStartEachPluginOnce) {
 
 // Each start-up begins on a thread of its own and then needs the other plugin.
 TEST_F(Acquiring, ThreadsThatWouldWaitForEachOtherAreToldSo) {
-    FirstPlugin::registerWith(framework);
-    SecondPlugin::registerWith(framework);
+    registerInline<1>();
+    registerInline<2>();
     std::atomic<int> startCount = 0, servedCount = 0;
     const auto startNeeding = [&](const char* interface) {
         ++startCount;
@@ -219,8 +194,8 @@ TEST_F(Acquiring, ThreadsThatWouldWaitForEachOtherAreToldSo) {
         }
         servedCount += acquire(interface) != nullptr;
     };
-    FirstPlugin::onStartup = [&] { startNeeding("test::Inline2"); };
-    SecondPlugin::onStartup = [&] { startNeeding("test::Inline1"); };
+    InlinePlugin<1>::onStartup = [&] { startNeeding("test::Inline2"); };
+    InlinePlugin<2>::onStartup = [&] { startNeeding("test::Inline1"); };
     runOnThreads(2, [&](int i) {
         EXPECT_NE(tryAcquire(i == 0 ? "test::Inline1" : "test::Inline2"), nullptr);
     });
