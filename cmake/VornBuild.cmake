@@ -9,6 +9,7 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 # Beside bin/, where the host looks for them.
 set(VORN_PLUGIN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/plugins)
+set(VORN_PLUGIN_INSTALL_DIR lib/vorn/plugins)
 
 include(CheckCXXCompilerFlag)
 check_cxx_compiler_flag(-fno-gnu-unique VORN_HAS_NO_GNU_UNIQUE)
@@ -46,7 +47,8 @@ function(vorn_add_plugin name)
     target_link_options(${target} PRIVATE
         "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/plugin.map" LINKER:--as-needed)
     target_link_libraries(${target} PRIVATE vorn::headers vorn_warnings)
-    install(TARGETS ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/vorn/plugins)
+    install(TARGETS ${target}
+        LIBRARY DESTINATION ${VORN_PLUGIN_INSTALL_DIR} COMPONENT plugins)
 endfunction()
 
 # vorn_optional_part(PART DIRECTORY PACKAGES name... PKG_CONFIG name...)
