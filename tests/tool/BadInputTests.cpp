@@ -167,6 +167,17 @@ TEST_F(BadInputTest, PermissionsAreRespected) {
     chmod(directory.c_str(), 0755);
 }
 
+TEST_F(BadInputTest, AFileWithoutRoomStaysAsItIs) {
+    surroundings.fileSizeLimit = 100;
+    write("a.json", "{\"x\": \"" + std::string(80, '-') + "\"}");
+    const std::string place = std::filesystem::canonical(directory / "a.json");
+    for (const size_t length : {20u, 100000u}) {
+        expectFailure({"--file", "a.json", "set", "/y", std::string(length, '-')}, 2,
+                      "cannot write file: " + place +
+                          ": expected room for the new text (File too large)\n");
+    }
+}
+
 TEST_F(BadInputTest, OutputThatIsNotTakenIsAnError) {
     surroundings.output = "/dev/full";
     write("a.json", "{\"x\": 1}");

@@ -10,6 +10,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -67,6 +68,11 @@ void Process::_startInChild(const std::vector<std::string>& command,
         prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
         prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
     }
+    if (surroundings.fileSizeLimit > 0) {
+        const rlimit limit = {surroundings.fileSizeLimit, surroundings.fileSizeLimit};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        std::signal(SIGXFSZ, SIG_IGN); // the write fails instead
+    }
     std::vector<char*> arguments;
     for (const std::string& word : command) {
         arguments.push_back(const_cast<char*>(word.c_str()));
@@ -115,14 +121,16 @@ bool Process::waitForErrors(const std::string& text) {
     return _waitFor(m_errors, text);
 }
 
-bool Process::_waitFor(const Stream& stream, const std::string& text) {
+bool Process::_waitFor(Stream& stream, const std::string& text) {
     const auto end =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMilliseconds);
-    while (stream.text.find(text) == std::string::npos) {
+    size_t at = 0;
+    while ((at = stream.text.find(text, stream.seen)) == std::string::npos) {
         if (std::chrono::steady_clock::now() > end || !_readSome(100)) {
             return false;
         }
     }
+    stream.seen = at + text.size();
     return true;
 }
 
@@ -130,7 +138,7 @@ bool Process::_waitFor(const Stream& stream, const std::string& text) {
 bool Process::_readSome(int milliseconds) {
     std::array<pollfd, 2> sources = {
         {{m_output.descriptor, POLLIN, 0}, {m_errors.descriptor, POLLIN, 0}}};
-    poll(sources.data(), sources.size(), milliseconds);
+    m_isSilent = poll(sources.data(), sources.size(), milliseconds) == 0;
     const std::array<Stream*, 2> streams = {&m_output, &m_errors};
     for (size_t index = 0; index < streams.size(); ++index) {
         Stream& stream = *streams[index];
@@ -154,6 +162,9 @@ void Process::signal(int number) {
 
 int Process::wait() {
     while (_readSome(kPatienceMilliseconds)) {
+        if (m_isSilent) {
+            kill(m_pid, SIGKILL);
+        }
     }
     int status = 0;
     waitpid(m_pid, &status, 0);

@@ -11,6 +11,7 @@ namespace vorn::test {
 struct Surroundings {
     std::string directory;
     bool isRestrained = false; // permissions hold for it even when the tests run as root
+    size_t fileSizeLimit = 0;  // bytes it may write to one file; 0: any number
     bool hasTerminal = false;  // input and output are a terminal
     std::string output;        // a file to write to instead of to the test
 };
@@ -25,14 +26,15 @@ public:
     void write(const std::string& text);
     void closeInput();
 
-    // Reads until the text has come, from output or errors; false when ten seconds pass or the
-    // program ends without it.
+    // Reads until the text has come, after what was waited for before; false when ten seconds
+    // pass or the program ends without it.
     bool waitForOutput(const std::string& text);
     bool waitForErrors(const std::string& text);
 
     void signal(int number);
 
-    // Reads the rest and gives the exit code, or minus the signal that ended it.
+    // Reads the rest and gives the exit code, or minus the signal that ended it: SIGKILL when it
+    // says nothing for ten seconds and does not end.
     int wait();
 
     const std::string& output() const {
@@ -46,13 +48,15 @@ private:
     struct Stream {
         int descriptor = -1;
         std::string text;
+        size_t seen = 0; // end of what was waited for
     };
 
     void _startInChild(const std::vector<std::string>& command, const Surroundings& surroundings);
     bool _readSome(int milliseconds);
-    bool _waitFor(const Stream& stream, const std::string& text);
+    bool _waitFor(Stream& stream, const std::string& text);
 
     pid_t m_pid = -1;
+    bool m_isSilent = false; // nothing came in the time that was allowed
     int m_input = -1;
     Stream m_output;
     Stream m_errors;

@@ -219,7 +219,7 @@ public:
             throw ToolError(ExitCode::eBadInput, "open quote", std::string(m_rest),
                             std::string("expected ") + quote + " at its end");
         }
-        const std::string word(m_rest.substr(begin, end - begin));
+        std::string word(m_rest.substr(begin, end - begin));
         m_rest.remove_prefix(std::min(isQuoted ? end + 1 : end, m_rest.size()));
         _skipBlanks();
         return word;

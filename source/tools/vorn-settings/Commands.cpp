@@ -34,20 +34,17 @@ void collectNames(const Session& session,
     }
 }
 
-OwnedTree readMerged(Session& session,
-                     const std::vector<std::string>& files,
-                     dictionary::OnUpdateItemFn policy) {
+// The files merged over one another; with isKeeping under one another.
+OwnedTree
+readMerged(Session& session, const std::vector<std::string>& files, bool isKeeping = false) {
+    const dictionary::OnUpdateItemFn policy =
+        isKeeping ? dictionary::kUpdateItemKeepOriginal : dictionary::kUpdateItemOverwriteOriginal;
     OwnedTree merged = session.read(files.front());
     for (size_t index = 1; index < files.size(); ++index) {
         const OwnedTree next = session.read(files[index]);
         session.store.idict().update(merged.get(), nullptr, next.get(), nullptr, policy, nullptr);
     }
     return merged;
-}
-
-dictionary::OnUpdateItemFn mergePolicy(const Arguments& arguments) {
-    return arguments.isKeeping ? dictionary::kUpdateItemKeepOriginal
-                               : dictionary::kUpdateItemOverwriteOriginal;
 }
 
 PendingWrites& requirePending(const Session& session, const std::string& command) {
@@ -156,7 +153,7 @@ ExitCode resetCommand(Session& session, const Arguments& arguments) {
 // Files
 
 ExitCode mergeCommand(Session& session, const Arguments& arguments) {
-    const OwnedTree merged = readMerged(session, arguments.files, mergePolicy(arguments));
+    const OwnedTree merged = readMerged(session, arguments.files, arguments.isKeeping);
     session.reportLeftOut();
     session.output.line(prettyText(session.store.idict(), merged.get()));
     return ExitCode::eDone;
@@ -171,7 +168,7 @@ ExitCode diffCommand(Session& session, const Arguments& arguments) {
 }
 
 ExitCode loadCommand(Session& session, const Arguments& arguments) {
-    session.load(arguments.files, mergePolicy(arguments));
+    session.load(arguments.files, arguments.isKeeping);
     return ExitCode::eDone;
 }
 
@@ -192,8 +189,8 @@ ExitCode saveCommand(Session& session, const Arguments& arguments) {
 
 ExitCode followCommand(Session& session, const Arguments& arguments) {
     FileFollower follower(session.files);
-    const auto reload = [&] {
-        session.store.replaceAll(readMerged(session, session.files, mergePolicy(arguments)).get());
+    const auto reload = [&session] {
+        session.store.assign(SettingsPath(), readMerged(session, session.files).get());
     };
     reload(); // what changed after it was loaded and before it is followed
     const Watch watch(session.store, session.output, SettingsPath::parse(arguments.path),

@@ -161,11 +161,13 @@ public:
     bool parse_error(size_t, const std::string&, const Exception& error) {
         constexpr int kNumberOverflow = 406;
         if (error.id == kNumberOverflow) {
-            _fail<ToolError>(_tokenBegin(), "number out of range", "expected a 64-bit float");
+            throw _error<ToolError>(_tokenBegin(), "number out of range",
+                                    "expected a 64-bit float");
         }
         const Complaint complaint = readComplaint(error.what());
-        _fail<JsonSyntaxError>(_placeOf(complaint.found), "broken JSON",
-                               "expected " + complaint.expected + ", found " + complaint.found);
+        throw _error<JsonSyntaxError>(_placeOf(complaint.found), "broken JSON",
+                                      "expected " + complaint.expected + ", found " +
+                                          complaint.found);
     }
 
 private:
@@ -178,8 +180,9 @@ private:
 
     bool _begin(JsonContainer container) {
         if (++m_depth > kMaxJsonDepth) {
-            _fail<ToolError>(_tokenBegin(), "nested too deep",
-                             "expected at most " + std::to_string(kMaxJsonDepth) + " levels");
+            throw _error<ToolError>(_tokenBegin(), "nested too deep",
+                                    "expected at most " + std::to_string(kMaxJsonDepth) +
+                                        " levels");
         }
         m_end = m_reached;
         m_events.onBegin(container, m_reached - 1);
@@ -214,9 +217,9 @@ private:
     }
 
     template <class Error>
-    [[noreturn]] void _fail(size_t at, const std::string& what, const std::string& expected) const {
-        throw Error(ExitCode::eBadInput, what, placeText(m_source, m_text, at), expected,
-                    excerptAt(m_text, at));
+    Error _error(size_t at, const std::string& what, const std::string& expected) const {
+        return Error(ExitCode::eBadInput, what, placeText(m_source, m_text, at), expected,
+                     excerptAt(m_text, at));
     }
 
     std::string_view m_text;

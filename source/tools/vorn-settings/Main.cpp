@@ -14,7 +14,7 @@ ExitCode run(Output& output, const Invocation& invocation) {
         throw ToolError(ExitCode::eBadInput, "no file", command.name, "expected --file FILE");
     }
     Session session(output, invocation.isStrict);
-    session.load(invocation.files, vorn::dictionary::kUpdateItemOverwriteOriginal);
+    session.load(invocation.files, false);
     const ExitCode exitCode = command.run(session, invocation.arguments);
     if (command.files == Command::Files::eWritten) {
         session.writeBack(invocation.arguments.isDryRun);

@@ -50,9 +50,9 @@ OwnedTree Session::read(const std::string& file) {
     return tree;
 }
 
-void Session::load(const std::vector<std::string>& newFiles, dictionary::OnUpdateItemFn policy) {
+void Session::load(const std::vector<std::string>& newFiles, bool isKeeping) {
     for (const std::string& file : newFiles) {
-        store.merge(read(file).get(), policy);
+        store.merge(read(file).get(), isKeeping);
         files.push_back(file);
     }
     reportLeftOut();
@@ -70,7 +70,7 @@ void Session::reportLeftOut() {
 void Session::writeBack(bool isDryRun) {
     const std::string& file = files.back();
     changeFile(file, [&](const std::string& text) {
-        const std::string newText = edits.appliedTo(text, file);
+        std::string newText = edits.appliedTo(text, file);
         if (!isDryRun) {
             return newText;
         }
@@ -89,6 +89,7 @@ void Session::writeAll(const std::string& file, bool isDryRun) {
     if (isDryRun) {
         const bool exists = access(file.c_str(), F_OK) == 0;
         const OwnedTree before = exists ? read(file) : OwnedTree();
+        reportLeftOut();
         printDifferences(*this, before.get(), all, false);
     } else {
         writeFile(file, prettyText(store.idict(), all) + "\n");

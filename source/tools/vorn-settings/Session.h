@@ -41,8 +41,8 @@ public:
     // The settings in the file. Throws ToolError for anything but an object or array.
     OwnedTree read(const std::string& file);
 
-    // Merges the files over what is there, one over the other.
-    void load(const std::vector<std::string>& files, dictionary::OnUpdateItemFn policy);
+    // Merges the files over what is there, one over the other; with isKeeping under it.
+    void load(const std::vector<std::string>& files, bool isKeeping);
 
     // Warns, once, of all that the files read since the last time had and settings cannot hold.
     void reportLeftOut();

@@ -15,6 +15,16 @@ namespace {
 // root is never called: one to this node hears of every setting.
 constexpr const char* kFilesRoot = "/files";
 
+template <class Interface>
+const Interface* acquire(host::Host& host) {
+    try {
+        return host.acquire<Interface>();
+    } catch (const host::HostError& error) {
+        throw ToolError(ExitCode::eBadInput, "cannot start the settings store", error.what(),
+                        "expected the plugins beside the program or in VORN_PLUGIN_PATH");
+    }
+}
+
 // Accepts what the destination lacks or has otherwise. userData is the dictionary service.
 UpdateAction takeDifferent(const Item* dstItem,
                            ItemType dstItemType,
@@ -30,13 +40,10 @@ UpdateAction takeDifferent(const Item* dstItem,
 
 } // namespace
 
-Store::Store() try
+Store::Store()
     : m_host(host::defaultPluginDirectories(), "vorn-settings"),
-      m_idict(m_host.acquire<IDictionary>()), m_settings(m_host.acquire<settings::ISettings>()) {
+      m_idict(acquire<IDictionary>(m_host)), m_settings(acquire<settings::ISettings>(m_host)) {
     m_settings->setDictionary(kFilesRoot);
-} catch (const host::HostError& error) {
-    throw ToolError(ExitCode::eBadInput, "cannot start the settings store", error.what(),
-                    "expected the plugins beside the program or in VORN_PLUGIN_PATH");
 }
 
 std::string Store::storePath(const SettingsPath& path) {
@@ -56,6 +63,8 @@ std::string Store::pathText(const Item* item) const {
 }
 
 const Item* Store::find(const SettingsPath& path) const {
+    // The item is the store's and does not point into the path.
+    // cppcheck-suppress returnDanglingLifetime
     return m_settings->getSettingsDictionary(storePath(path).c_str());
 }
 
@@ -68,8 +77,12 @@ const Item* Store::require(const SettingsPath& path) const {
     return item;
 }
 
-void Store::merge(const Item* tree, dictionary::OnUpdateItemFn policy) const {
-    m_settings->update(kFilesRoot, tree, nullptr, policy, nullptr);
+void Store::merge(const Item* tree, bool isKeeping) const {
+    if (isKeeping) {
+        m_settings->update(kFilesRoot, tree, nullptr, dictionary::kUpdateItemKeepOriginal, nullptr);
+    } else {
+        _writeDifferent(SettingsPath(), tree);
+    }
 }
 
 void Store::assign(const SettingsPath& path, const Item* value) const {
@@ -92,17 +105,16 @@ void Store::assign(const SettingsPath& path, const Item* value) const {
         if (m_settings->getItemType(target.c_str()) != ItemType::eDictionary) {
             m_settings->setDictionary(target.c_str());
         }
-        m_settings->update(target.c_str(), value, nullptr, dictionary::kUpdateItemOverwriteOriginal,
-                           nullptr);
+        _writeDifferent(path, value);
         break;
     case ItemType::eCount:
         break;
     }
 }
 
-void Store::replaceAll(const Item* tree) const {
-    _removeMissing(SettingsPath(), find(SettingsPath()), tree);
-    m_settings->update(kFilesRoot, tree, nullptr, takeDifferent, const_cast<IDictionary*>(m_idict));
+void Store::_writeDifferent(const SettingsPath& path, const Item* source) const {
+    m_settings->update(storePath(path).c_str(), source, nullptr, takeDifferent,
+                       const_cast<IDictionary*>(m_idict));
 }
 
 void Store::remove(const SettingsPath& path) const {

@@ -32,19 +32,19 @@ public:
     const Item* find(const SettingsPath& path) const;
     const Item* require(const SettingsPath& path) const;
 
-    // Merges the tree over all settings, as the policy decides per item.
-    void merge(const Item* tree, dictionary::OnUpdateItemFn policy) const;
+    // Merges the tree over all settings; with isKeeping under them.
+    void merge(const Item* tree, bool isKeeping) const;
 
     // Makes the value, or the tree, all there is at path.
     void assign(const SettingsPath& path, const Item* value) const;
-
-    // Makes the tree all there is; what stays the same is not written.
-    void replaceAll(const Item* tree) const;
 
     // Removes the setting and what is below it. The root loses its children and stays.
     void remove(const SettingsPath& path) const;
 
 private:
+    // Writes what is different or missing below path, so that nothing else sends an event.
+    void _writeDifferent(const SettingsPath& path, const Item* source) const;
+
     // Removes what is below target and has no counterpart in source.
     void _removeMissing(const SettingsPath& path, const Item* target, const Item* source) const;
     void _removeChildren(const SettingsPath& path, const Item* item) const;

@@ -1,5 +1,6 @@
 // From JSON text to a tree, event by event, without a document in between.
 #include "JsonScanner.h"
+#include "Progress.h"
 #include "SettingsPath.h"
 #include "TextPlace.h"
 #include "ToolError.h"
@@ -25,7 +26,7 @@ public:
            const std::string& source,
            LeftOut* leftOut)
         : m_idict(idict), m_text(text), m_source(source), m_leftOut(leftOut),
-          m_root(nullptr, TreeDeleter{&idict}) {}
+          m_root(nullptr, TreeDeleter{&idict}), m_progress(source, text.size()) {}
 
     OwnedTree load() {
         scanJson(m_text, m_source, *this);
@@ -77,6 +78,7 @@ private:
 
     // Settles name and place of the value at hand; false when nothing is to be made of it.
     bool _beginPlace(size_t valueBegin) {
+        m_progress.reached(valueBegin);
         if (m_levels.empty()) {
             return true;
         }
@@ -158,6 +160,7 @@ private:
     const std::string& m_source;
     LeftOut* m_leftOut;
     OwnedTree m_root;
+    Progress m_progress;
     std::vector<Level> m_levels;
 };
 
