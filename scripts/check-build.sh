@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# check-build.sh PRESET
-# Configures and builds a preset with everything that the tests need, warnings as errors. The
-# benchmarks join in the release build, where their libraries are installed.
+# check-build.sh PRESET [CMAKE_OPTION...]
+# Configures and builds a preset with everything that the tests need, warnings as errors.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
@@ -9,10 +8,8 @@ cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
 preset=$1
-options=(-DVORN_BUILD_TOOL=ON -DVORN_BUILD_TESTS=ON -DVORN_WERROR=ON)
-if [[ $preset != release ]]; then
-    options+=(-DVORN_BUILD_BENCHMARKS=OFF)
-fi
-say "Building $preset"
-cmake --preset "$preset" "${options[@]}" >/dev/null
+shift
+say "Building $preset $*"
+cmake --preset "$preset" -DVORN_BUILD_TOOL=ON -DVORN_BUILD_TESTS=ON -DVORN_BUILD_BENCHMARKS=OFF \
+    -DVORN_WERROR=ON "$@" >/dev/null
 build_preset "$preset"
