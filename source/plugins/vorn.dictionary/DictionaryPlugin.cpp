@@ -117,7 +117,7 @@ void setBoolImpl(Item* item, bool value) {
 
 void setStringImpl(Item* item, const char* value) {
     uint64_t payload;
-    if (item && StringBlock::create(value, &payload)) {
+    if (item && g_tree.strings().create(value, &payload)) {
         g_tree.setValue(item, ItemType::eString, payload);
     }
 }
@@ -186,9 +186,9 @@ void writeAt(Item* item, size_t index, Element value) {
 void setStringAtImpl(Item* item, size_t index, const char* value) {
     const ElementName name(index);
     uint64_t payload;
-    if (item && StringBlock::create(value, &payload) &&
+    if (item && g_tree.strings().create(value, &payload) &&
         !g_tree.createWith(item, name.text(), ItemType::eString, payload)) {
-        StringBlock::discard(payload);
+        g_tree.strings().discard(payload);
     }
 }
 
@@ -251,14 +251,15 @@ void setStringArrayImpl(Item* item, const char* const* array, size_t arrayLength
     }
     uint64_t* payloads = new (std::nothrow) uint64_t[length];
     size_t copied = 0;
-    while (payloads && copied < length && StringBlock::create(array[copied], payloads + copied)) {
+    while (payloads && copied < length &&
+           g_tree.strings().create(array[copied], payloads + copied)) {
         ++copied;
     }
     const auto payloadAt = [payloads](size_t i) { return payloads[i]; };
     const bool isStored =
         payloads && copied == length && g_tree.setArray(item, length, ItemType::eString, payloadAt);
     for (size_t i = 0; i < copied && !isStored; ++i) {
-        StringBlock::discard(payloads[i]);
+        g_tree.strings().discard(payloads[i]);
     }
     delete[] payloads;
 }

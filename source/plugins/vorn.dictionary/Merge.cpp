@@ -19,15 +19,15 @@ struct PlannedItem {
 // The items of a source in pre-order.
 class Plan {
 public:
-    Plan() = default;
+    explicit Plan(const Tree& tree) : m_tree(tree) {}
 
     // Throws std::bad_alloc when memory is exhausted.
-    void read(const Tree& tree, Item* top) {
+    void read(Item* top) {
         struct Level {
             Item* dictionary;
             size_t nextChild;
         };
-        const StringReader reader(tree.strings());
+        const StringReader reader(m_tree.strings());
         std::vector<Level> levels;
         _add(top, 0);
         while (true) {
@@ -38,7 +38,7 @@ public:
             }
             Item* next = nullptr;
             while (!levels.empty()) {
-                next = tree.child(levels.back().dictionary, levels.back().nextChild++);
+                next = m_tree.child(levels.back().dictionary, levels.back().nextChild++);
                 if (next) {
                     break;
                 }
@@ -53,7 +53,7 @@ public:
     ~Plan() {
         for (const PlannedItem& item : m_items) {
             if (item.type == ItemType::eString) {
-                StringBlock::discard(item.payload);
+                m_tree.strings().discard(item.payload);
             }
         }
     }
@@ -90,12 +90,13 @@ private:
         m_items.push_back({source, 0, value.type(), depth});
         if (value.type() != ItemType::eString) {
             m_items.back().payload = value.payload;
-        } else if (!StringBlock::create(StringBlock::textOf(value.payload),
-                                        &m_items.back().payload)) {
+        } else if (!m_tree.strings().create(StringBlock::textOf(value.payload),
+                                            &m_items.back().payload)) {
             throw std::bad_alloc();
         }
     }
 
+    const Tree& m_tree;
     std::vector<PlannedItem> m_items;
     size_t m_depth = 0;
 };
@@ -212,10 +213,10 @@ void merge(Tree& tree,
     if (!top) {
         return;
     }
-    Plan plan;
+    Plan plan(tree);
     Merger merger(tree, plan, onUpdateItemFn, userData);
     try {
-        plan.read(tree, top);
+        plan.read(top);
         merger.prepare(dst);
     } catch (const std::bad_alloc&) {
         return;

@@ -2,12 +2,15 @@
 //
 // A text lies in a block of its own and never changes; a string item is overwritten by replacing
 // the block. Readers that copy or parse a text do so inside a StringReader; a block that was
-// replaced is freed only when no reader is left that may have seen it.
+// replaced is used again only when no reader is left that may have seen it.
 //
 // Readers announce themselves in one of two counters, chosen by the parity of the epoch. Blocks
 // retired in an epoch wait until the counter of that parity has run empty, while new readers
 // already count in the other one; so no stream of readers, however dense, can keep blocks alive
 // for ever, and no reader ever waits.
+//
+// Blocks of ordinary size are kept by size for texts to come, so overwriting texts settles to no
+// heap allocation at all.
 //
 // Threads: everything from any thread.
 #pragma once
@@ -23,40 +26,9 @@
 namespace vorn::dictionary {
 
 struct StringBlock {
-    StringBlock* next; // list of blocks about to be stored, or waiting to be freed
-    char text[1];      // zero-terminated, as long as it takes
-
-    // Makes *payload what a string item holds for a copy of text; null counts as "". False when
-    // memory is exhausted.
-    static bool create(const char* text, uint64_t* payload) {
-        if (!text || !*text) {
-            *payload = 0;
-            return true;
-        }
-        const size_t size = std::strlen(text) + 1;
-        auto* block = static_cast<StringBlock*>(std::malloc(offsetof(StringBlock, text) + size));
-        if (!block) {
-            return false;
-        }
-        block->next = nullptr;
-        std::memcpy(block->text, text, size);
-        *payload = reinterpret_cast<uintptr_t>(block);
-        return true;
-    }
-
-    // Frees the block of a payload that was never stored.
-    static void discard(uint64_t payload) {
-        std::free(fromPayload(payload));
-    }
-
-    // Frees a list of blocks.
-    static void destroyAll(StringBlock* first) {
-        while (first) {
-            StringBlock* next = first->next;
-            std::free(first);
-            first = next;
-        }
-    }
+    StringBlock* next; // while it waits or is free
+    uint8_t sizeClass;
+    char text[1]; // zero-terminated, as long as it takes
 
     // What a string item holds: the address of its block; 0 stands for the empty string.
     static const char* textOf(uint64_t payload) {
@@ -76,7 +48,33 @@ public:
         release();
     }
 
-    // Frees the block of a payload that no item holds any more, as soon as no reader may hold it.
+    // Makes *payload what a string item holds for a copy of text; null counts as "". False when
+    // memory is exhausted.
+    bool create(const char* text, uint64_t* payload) {
+        if (!text || !*text) {
+            *payload = 0;
+            return true;
+        }
+        const size_t length = std::strlen(text);
+        StringBlock* block = _allocate(offsetof(StringBlock, text) + length + 1);
+        if (!block) {
+            return false;
+        }
+        std::memcpy(block->text, text, length + 1);
+        *payload = reinterpret_cast<uintptr_t>(block);
+        return true;
+    }
+
+    // Takes back the block of a payload that was never stored.
+    void discard(uint64_t payload) {
+        if (payload) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            _recycle(StringBlock::fromPayload(payload));
+        }
+    }
+
+    // Takes back the block of a payload that no item holds any more, for use when no reader may
+    // hold it.
     void retire(uint64_t payload) {
         if (!payload) {
             return;
@@ -87,33 +85,87 @@ public:
         m_retired = block;
         const uint64_t epoch = m_epoch.load(std::memory_order_relaxed);
         if (m_readers[(epoch + 1) & 1].count.load(std::memory_order_seq_cst) == 0) {
-            // Nobody is left from the epoch before: its blocks go, this epoch's begin to wait.
-            StringBlock::destroyAll(m_waiting);
+            // Nobody is left from the epoch before: its blocks are free, this epoch's begin to
+            // wait.
+            while (m_waiting) {
+                StringBlock* next = m_waiting->next;
+                _recycle(m_waiting);
+                m_waiting = next;
+            }
             m_waiting = m_retired;
             m_retired = nullptr;
             m_epoch.store(epoch + 1, std::memory_order_seq_cst);
         }
     }
 
-    // Frees every retired block. REQUIRES: no readers.
+    // Gives every block that no item holds back to the system. REQUIRES: no readers.
     void release() {
-        StringBlock::destroyAll(m_waiting);
-        StringBlock::destroyAll(m_retired);
-        m_waiting = m_retired = nullptr;
+        _freeAll(m_waiting);
+        _freeAll(m_retired);
+        for (StringBlock*& first : m_free) {
+            _freeAll(first);
+        }
     }
 
 private:
     friend class StringReader;
 
+    // Blocks of size class k have 32 << k bytes, less what malloc adds to fill them.
+    static constexpr size_t kSizeClasses = 8;
+    static constexpr size_t kMallocOverhead = 8;
+    static constexpr size_t sizeOf(size_t sizeClass) {
+        return (size_t{32} << sizeClass) - kMallocOverhead;
+    }
+
     struct alignas(64) ReaderCount {
         std::atomic<uint32_t> count{0};
     };
 
+    // A block of at least that many bytes, or null.
+    StringBlock* _allocate(size_t size) {
+        size_t sizeClass = 0;
+        while (sizeClass < kSizeClasses && sizeOf(sizeClass) < size) {
+            ++sizeClass;
+        }
+        if (sizeClass < kSizeClasses) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            if (StringBlock* block = m_free[sizeClass]) {
+                m_free[sizeClass] = block->next;
+                return block;
+            }
+            size = sizeOf(sizeClass);
+        }
+        auto* block = static_cast<StringBlock*>(std::malloc(size));
+        if (block) {
+            block->sizeClass = static_cast<uint8_t>(sizeClass);
+        }
+        return block;
+    }
+
+    // Keeps a block for use again, or frees one that is too large for that. Under the mutex.
+    void _recycle(StringBlock* block) {
+        if (block->sizeClass == kSizeClasses) {
+            std::free(block);
+        } else {
+            block->next = m_free[block->sizeClass];
+            m_free[block->sizeClass] = block;
+        }
+    }
+
+    static void _freeAll(StringBlock*& first) {
+        while (first) {
+            StringBlock* next = first->next;
+            std::free(first);
+            first = next;
+        }
+    }
+
     std::array<ReaderCount, 2> m_readers; // by parity of the epoch they began in
     std::atomic<uint64_t> m_epoch{0};
-    std::mutex m_mutex;               // guards the lists; never held while other locks are taken
+    std::mutex m_mutex;               // guards the lists; no other lock is taken under it
     StringBlock* m_retired = nullptr; // of this epoch
     StringBlock* m_waiting = nullptr; // of the epoch before
+    StringBlock* m_free[kSizeClasses] = {};
 };
 
 // While it lives, every text that a string item is seen to hold stays readable.
