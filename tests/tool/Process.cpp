@@ -16,20 +16,7 @@
 
 namespace vorn::test {
 
-namespace {
-
-constexpr int kPatienceMilliseconds = 10000;
-
-struct Pipe {
-    Pipe() {
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-            std::abort();
-        }
-    }
-    std::array<int, 2> ends = {};
-};
-
-} // namespace
+static constexpr int kPatienceMilliseconds = 10000;
 
 Process::Process(const std::vector<std::string>& command, const Surroundings& surroundings) {
     if (surroundings.hasTerminal) {
@@ -41,25 +28,27 @@ Process::Process(const std::vector<std::string>& command, const Surroundings& su
         m_input = dup(m_output.descriptor);
         return;
     }
-    const Pipe input;
-    const Pipe output;
-    const Pipe errors;
+    std::array<std::array<int, 2>, 3> pipes;
+    for (auto& ends : pipes) {
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            std::abort();
+        }
+    }
     m_pid = fork();
     if (m_pid == 0) {
-        dup2(input.ends[0], STDIN_FILENO);
-        dup2(output.ends[1], STDOUT_FILENO);
-        dup2(errors.ends[1], STDERR_FILENO);
-        if (!surroundings.output.empty()) {
-            dup2(open(surroundings.output.c_str(), O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
-        }
+        dup2(pipes[0][0], STDIN_FILENO);
+        dup2(surroundings.output.empty() ? pipes[1][1]
+                                         : open(surroundings.output.c_str(), O_WRONLY | O_CLOEXEC),
+             STDOUT_FILENO);
+        dup2(pipes[2][1], STDERR_FILENO);
         _startInChild(command, surroundings);
     }
-    close(input.ends[0]);
-    close(output.ends[1]);
-    close(errors.ends[1]);
-    m_input = input.ends[1];
-    m_output.descriptor = output.ends[0];
-    m_errors.descriptor = errors.ends[0];
+    close(pipes[0][0]);
+    close(pipes[1][1]);
+    close(pipes[2][1]);
+    m_input = pipes[0][1];
+    m_output.descriptor = pipes[1][0];
+    m_errors.descriptor = pipes[2][0];
 }
 
 void Process::_startInChild(const std::vector<std::string>& command,
@@ -111,14 +100,6 @@ void Process::write(const std::string& text) {
 void Process::closeInput() {
     close(m_input);
     m_input = -1;
-}
-
-bool Process::waitForOutput(const std::string& text) {
-    return _waitFor(m_output, text);
-}
-
-bool Process::waitForErrors(const std::string& text) {
-    return _waitFor(m_errors, text);
 }
 
 bool Process::_waitFor(Stream& stream, const std::string& text) {

@@ -28,8 +28,12 @@ public:
 
     // Reads until the text has come, after what was waited for before; false when ten seconds
     // pass or the program ends without it.
-    bool waitForOutput(const std::string& text);
-    bool waitForErrors(const std::string& text);
+    bool waitForOutput(const std::string& text) {
+        return _waitFor(m_output, text);
+    }
+    bool waitForErrors(const std::string& text) {
+        return _waitFor(m_errors, text);
+    }
 
     void signal(int number);
 

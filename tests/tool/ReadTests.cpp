@@ -1,4 +1,4 @@
-// Reading settings: get, type, list, dump, and files over files.
+// Reading settings: get, type, list, dump, files over files, and whole files: merge and diff.
 #include "ToolFixture.h"
 
 using vorn::test::ToolTest;
@@ -18,103 +18,99 @@ protected:
     ReadTest() {
         write("app.json", kApp);
     }
-    std::string of(Words arguments) const {
-        arguments.insert(arguments.begin(), {"--file", "app.json"});
-        return outputOf(arguments);
+    std::string of(const Words& arguments) const {
+        return outputOf(onFile(arguments, "app.json"));
     }
 };
 
-TEST_F(ReadTest, GetPrintsTheValueAlone) {
-    EXPECT_EQ(of({"get", "/app/view/width"}), "1280\n");
-    EXPECT_EQ(of({"get", "app/view/ratio/"}), "1.5\n");
-    EXPECT_EQ(of({"get", "/app/view/on"}), "true\n");
-    EXPECT_EQ(of({"get", "/app/view/title"}), "Grüße \"x\"\n\n");
-    EXPECT_EQ(of({"get", "--json", "/app/view/title"}), "\"Grüße \\\"x\\\"\\n\"\n");
-    EXPECT_EQ(of({"get", "/modes/1"}), "night\n");
-    EXPECT_EQ(of({"get", "/modes"}), "[\n  \"day\",\n  \"night\"\n]\n");
-    EXPECT_EQ(of({"get", "/none"}), "{}\n");
-}
-
-TEST_F(ReadTest, TypeNamesWhatIsThere) {
-    EXPECT_EQ(of({"type", "/app"}), "dictionary\n");
-    EXPECT_EQ(of({"type", "/modes"}), "array\n");
-    EXPECT_EQ(of({"type", "/app/view/width"}), "int\n");
-    EXPECT_EQ(of({"type", "/app/view/ratio"}), "float\n");
-    EXPECT_EQ(of({"type", "/app/view/on"}), "bool\n");
-    EXPECT_EQ(of({"type", "--json", "/modes/0"}), "\"string\"\n");
-}
-
-TEST_F(ReadTest, ListKeepsTheOrderOfTheFileUnlessAskedToSort) {
-    EXPECT_EQ(of({"list"}), "app/\nmodes/\n0/\nnone/\n");
-    EXPECT_EQ(of({"list", "--sort"}), "0/\napp/\nmodes/\nnone/\n");
-    EXPECT_EQ(of({"list", "/0"}), "10\n9\n");
-    EXPECT_EQ(of({"list", "/none"}), "");
-    EXPECT_EQ(of({"list", "-r", "/app"}),
-              "/app/view/\n/app/view/width\n/app/view/ratio\n/app/view/title\n/app/view/on\n");
-    EXPECT_EQ(of({"list", "--json", "/"}), "[\"app/\",\"modes/\",\"0/\",\"none/\"]\n");
-    EXPECT_EQ(of({"--color", "always", "list", "/app"}), "\033[1;34mview/\033[0m\n");
-}
-
-TEST_F(ReadTest, AnArrayIsWhatHasItsIndicesAsNames) {
-    write("app.json", R"({"a": {"0": 1, "1": 2}, "b": {"1": 1}, "c": {"00": 1}, "d": [[], [1]]})");
-    EXPECT_EQ(of({"dump"}), R"({
-  "a": [
-    1,
-    2
-  ],
-  "b": {
-    "1": 1
-  },
-  "c": {
-    "00": 1
-  },
-  "d": [
-    {},
-    [
-      1
-    ]
-  ]
-}
-)");
+TEST_F(ReadTest, CommandsPrintWhatIsThereInTheOrderOfTheFile) {
+    const std::vector<std::pair<Words, std::string>> cases = {
+        {{"get", "app/view/ratio/"}, "1.5\n"},
+        {{"get", "/app/view/title"}, "Grüße \"x\"\n\n"},
+        {{"get", "/modes"}, "[\n  \"day\",\n  \"night\"\n]\n"},
+        {{"type", "/app"}, "dictionary\n"},
+        {{"type", "/app/view/width"}, "int\n"},
+        {{"type", "--json", "/modes/0"}, "\"string\"\n"},
+        {{"list"}, "app/\nmodes/\n0/\nnone/\n"},
+        {{"list", "--sort"}, "0/\napp/\nmodes/\nnone/\n"},
+        {{"list", "/0"}, "10\n9\n"},
+        {{"list", "-r", "/modes"}, "/modes/0\n/modes/1\n"},
+        {{"list", "--json", "/"}, "[\"app/\",\"modes/\",\"0/\",\"none/\"]\n"},
+        {{"--color", "always", "list", "/app"}, "\033[1;34mview/\033[0m\n"},
+    };
+    for (const auto& [arguments, output] : cases) {
+        EXPECT_EQ(of(arguments), output) << testing::PrintToString(arguments);
+    }
 }
 
 TEST_F(ReadTest, LaterFilesWinAndOptionsMayComeLast) {
-    write("user.json", R"({"app": {"view": {"width": 800}}, "modes": {"1": "dusk"}, "none": 3})");
-    EXPECT_EQ(outputOf({"list", "-r", "--file", "app.json", "--file", "user.json"}),
-              "/app/\n/app/view/\n/app/view/width\n/app/view/ratio\n/app/view/title\n/app/view/on\n"
-              "/modes/\n/modes/0\n/modes/1\n/0/\n/0/10\n/0/9\n/none\n");
-    const Words both = {"--file", "app.json", "--file", "user.json", "get"};
-    const auto get = [&](const std::string& path) {
-        Words arguments = both;
-        arguments.push_back(path);
-        return outputOf(arguments);
-    };
-    EXPECT_EQ(get("/app/view/width"), "800\n");
-    EXPECT_EQ(get("/app/view/ratio"), "1.5\n");
-    EXPECT_EQ(get("/modes/1"), "dusk\n");
-    EXPECT_EQ(get("/none"), "3\n");
+    write("user.json", R"({"app": {"view": 2}, "modes": {"1": "dusk"}, "0": {"9": 3}, "none": 3})");
+    EXPECT_EQ(onOneLine(outputOf({"dump", "--file", "app.json", "--file", "user.json"})),
+              R"({"app":{"view":2},"modes":["day","dusk"],"0":{"10":1,"9":3},"none":3})");
 }
 
-TEST_F(ReadTest, NamesOfCommandsArePathsToo) {
-    write("app.json", R"({"list": 1, "get": {"set": 2}})");
-    EXPECT_EQ(of({"get", "list"}), "1\n");
-    EXPECT_EQ(of({"get", "get/set"}), "2\n");
+TEST_F(ReadTest, NamesMakeArraysAndMayBeThoseOfCommands) {
+    write("app.json", R"({"a": {"0": 1, "1": 2}, "b": {"1": 1}, "get": {"00": 1}, "d": [[]]})");
+    EXPECT_EQ(onOneLine(of({"dump"})), R"({"a":[1,2],"b":{"1":1},"get":{"00":1},"d":[{}]})");
+    EXPECT_EQ(of({"get", "get/00"}), "1\n");
 }
 
 TEST_F(ReadTest, NumbersKeepTheirTypeAndValue) {
     write("app.json", R"([9223372036854775807, -9223372036854775808, 1e2, -0.0, 5e-324, 0.1])");
-    EXPECT_EQ(of({"get", "0"}), "9223372036854775807\n");
-    EXPECT_EQ(of({"get", "1"}), "-9223372036854775808\n");
-    EXPECT_EQ(of({"get", "2"}), "100.0\n");
-    EXPECT_EQ(of({"get", "3"}), "-0.0\n");
-    EXPECT_EQ(of({"get", "4"}), "5e-324\n");
-    EXPECT_EQ(of({"get", "5"}), "0.1\n");
+    EXPECT_EQ(of({"dump"}), "[\n  9223372036854775807,\n  -9223372036854775808,\n  100.0,\n"
+                            "  -0.0,\n  5e-324,\n  0.1\n]\n");
 }
 
 TEST_F(ReadTest, HelpAndVersionAreGoodUses) {
     EXPECT_EQ(outputOf({"--version"}).rfind("vorn-settings ", 0), 0u);
-    EXPECT_NE(outputOf({"--help"}).find("Examples:"), std::string::npos);
     EXPECT_NE(outputOf({"set", "--help"}).find("--type"), std::string::npos);
+}
+
+class FileTest : public ToolTest {};
+
+TEST_F(FileTest, DumpAndLoadIsTheIdentityOnRealFiles) {
+    size_t count = 0;
+    const std::filesystem::path real = "/usr/share/iso-codes/json";
+    if (!std::filesystem::exists(real)) {
+        GTEST_SKIP() << "the package iso-codes is not installed";
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(real)) {
+        const std::string file = entry.path();
+        const std::string dumped = outputOf({"--file", file, "dump"});
+        EXPECT_EQ(onOneLine(dumped), onOneLine(read(file))) << file;
+        write("dumped.json", dumped);
+        EXPECT_EQ(outputOf({"diff", file, "dumped.json"}), "") << file;
+        ++count;
+    }
+    EXPECT_GE(count, 8u);
+}
+
+TEST_F(FileTest, MergeTakesTheLaterOrKeepsTheEarlier) {
+    write("a.json", R"({"x": 1, "y": {"a": 1}, "v": 1, "l": [1, 2, 3]})");
+    write("b.json", R"({"y": {"a": 2, "b": 2}, "v": {"w": 2}, "l": [9], "z": 2})");
+    EXPECT_EQ(onOneLine(outputOf({"merge", "a.json", "b.json"})),
+              R"({"x":1,"y":{"a":2,"b":2},"v":{"w":2},"l":[9,2,3],"z":2})");
+    EXPECT_EQ(onOneLine(outputOf({"merge", "--keep", "a.json", "b.json"})),
+              R"({"x":1,"y":{"a":1,"b":2},"v":1,"l":[1,2,3],"z":2})");
+    EXPECT_EQ(read("a.json"), R"({"x": 1, "y": {"a": 1}, "v": 1, "l": [1, 2, 3]})");
+}
+
+TEST_F(FileTest, DiffShowsOneSettingPerLine) {
+    write("a.json",
+          R"({"x": 1, "t": "1", "gone": {"p": [true]}, "e": {}, "k": {"v": 1}, "s": 1.0})");
+    write("b.json", R"({"x": 2, "t": 1, "new": {"q": "z"}, "f": {}, "k": 5, "s": 1})");
+    const auto result = run({"diff", "a.json", "b.json"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.output, "/x: 1 -> 2\n/t: \"1\" -> 1\n/gone/p/0: true -> unset\n"
+                             "/e: {} -> unset\n/k/v: 1 -> unset\n/k: unset -> 5\n"
+                             "/s: 1.0 -> 1\n/new/q: unset -> \"z\"\n/f: unset -> {}\n");
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(onOneLine(run({"diff", "--json", "a.json", "b.json"}).output)
+                  .rfind(R"([{"path":"/x","old":1,"new":2},)", 0),
+              0u);
+    write("c.json",
+          R"({"s":1.00,"x":1, "t":"\u0031", "e": [], "k": {"v":1}, "gone":{"p":{"0":true}}})");
+    EXPECT_EQ(outputOf({"diff", "a.json", "c.json"}), "");
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,13 @@ protected:
         arguments.insert(arguments.begin(), VORN_TOOL);
         return arguments;
     }
+    static Words onFile(Words rest, const std::string& file = "a.json") {
+        rest.insert(rest.begin(), {"--file", file});
+        return rest;
+    }
+    static std::string onOneLine(const std::string& json) {
+        return nlohmann::ordered_json::parse(json).dump();
+    }
     Result run(const Words& arguments, const std::string& input = "") const {
         Process process(command(arguments), surroundings);
         process.write(input);
@@ -61,11 +69,14 @@ protected:
     }
 
     // A run that must fail with that message, print nothing and leave the directory as it was.
+    // More may follow a message that does not end its line.
     void expectFailure(const Words& arguments, int exitCode, const std::string& message) const {
         const auto before = contents();
         const Result result = run(arguments);
         EXPECT_EQ(result.exitCode, exitCode) << testing::PrintToString(arguments);
-        EXPECT_EQ(result.errors, "vorn-settings: " + message);
+        const std::string expected = "vorn-settings: " + message;
+        EXPECT_EQ(message.back() == '\n' ? result.errors : result.errors.substr(0, expected.size()),
+                  expected);
         EXPECT_EQ(result.output, "");
         EXPECT_EQ(contents(), before) << "a file was touched";
     }

@@ -37,12 +37,9 @@ TEST_F(WatchTest, EveryWayOfChangingAFileIsSeen) {
 
     watch.signal(SIGINT);
     EXPECT_EQ(watch.wait(), 0);
-    EXPECT_EQ(watch.output(), "changed /app/t: \"x\" -> \"y\"\n"
-                              "changed /app/w: 2 -> 3\n"
-                              "created /app/n/\n"
-                              "created /app/n/k: unset -> 1\n"
-                              "destroyed /app/n/\n"
-                              "destroyed /app/n/k: 1 -> unset\n"
+    EXPECT_EQ(watch.output(), "changed /app/t: \"x\" -> \"y\"\nchanged /app/w: 2 -> 3\n"
+                              "created /app/n/\ncreated /app/n/k: unset -> 1\n"
+                              "destroyed /app/n/\ndestroyed /app/n/k: 1 -> unset\n"
                               "destroyed /app/t: \"y\" -> unset\n");
 }
 

@@ -25,7 +25,7 @@ public:
     }
 
     Item* at(uint32_t index) const {
-        Item* chunk = s_chunks[index >> kChunkBits].load(std::memory_order_acquire);
+        Item* chunk = g_chunks[index >> kChunkBits].load(std::memory_order_acquire);
         return chunk + (index & (kChunkSize - 1));
     }
 
@@ -63,7 +63,7 @@ public:
     // Gives all memory back to the system.
     void release() {
         for (uint32_t i = 0; i < m_capacity >> kChunkBits; ++i) {
-            std::free(s_chunks[i].exchange(nullptr, std::memory_order_relaxed));
+            std::free(g_chunks[i].exchange(nullptr, std::memory_order_relaxed));
         }
         m_end = kFirstIndex;
         m_capacity = 0;
@@ -87,7 +87,7 @@ private:
             // The indices that name no item lead to items without a name, which match nothing.
             std::memset(chunk, 0, kFirstIndex * sizeof(Item));
         }
-        s_chunks[m_capacity >> kChunkBits].store(static_cast<Item*>(chunk),
+        g_chunks[m_capacity >> kChunkBits].store(static_cast<Item*>(chunk),
                                                  std::memory_order_release);
         m_capacity += kChunkSize;
         return true;
@@ -95,7 +95,7 @@ private:
 
     // By index. Apart from the object, which there is one of: all zero when the library is loaded,
     // the directory takes no memory before it is used.
-    static inline constinit std::atomic<Item*> s_chunks[1u << (kIndexBits - kChunkBits)] = {};
+    static inline constinit std::atomic<Item*> g_chunks[1u << (kIndexBits - kChunkBits)] = {};
 
     uint32_t m_end = kFirstIndex;   // next index never handed out
     uint32_t m_capacity = 0;        // indices with memory behind them

@@ -37,8 +37,8 @@ public:
             const Table* table = m_table.load(std::memory_order_acquire);
             if (table) {
                 const uint32_t indexMask = table->indexMask;
-                const uint32_t mixed = mix(hash);
-                for (size_t first = firstOf(mixed, indexMask);;
+                const uint32_t mixed = _mix(hash);
+                for (size_t first = _firstOf(mixed, indexMask);;
                      first = (first + kGroupSize) & indexMask) {
                     const std::atomic<uint32_t>* slots = table->slots() + first;
                     const Group group(slots);
@@ -108,7 +108,7 @@ private:
     };
 
     // The first slot of the group where probing starts.
-    static size_t firstOf(uint32_t mixed, uint32_t indexMask) {
+    static size_t _firstOf(uint32_t mixed, uint32_t indexMask) {
         return mixed & indexMask & ~(kGroupSize - 1);
     }
 
@@ -132,7 +132,7 @@ private:
     };
 
     // Every bit of the result depends on every bit of the hash.
-    static uint32_t mix(uint32_t hash) {
+    static uint32_t _mix(uint32_t hash) {
         constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15ull;
         return static_cast<uint32_t>((hash * kGoldenRatio) >> 32);
     }

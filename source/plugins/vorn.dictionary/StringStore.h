@@ -113,7 +113,7 @@ private:
     // Blocks of size class k have 32 << k bytes, less what malloc adds to fill them.
     static constexpr size_t kSizeClasses = 8;
     static constexpr size_t kMallocOverhead = 8;
-    static constexpr size_t sizeOf(size_t sizeClass) {
+    static constexpr size_t _sizeOf(size_t sizeClass) {
         return (size_t{32} << sizeClass) - kMallocOverhead;
     }
 
@@ -124,7 +124,7 @@ private:
     // A block of at least that many bytes, or null.
     StringBlock* _allocate(size_t size) {
         size_t sizeClass = 0;
-        while (sizeClass < kSizeClasses && sizeOf(sizeClass) < size) {
+        while (sizeClass < kSizeClasses && _sizeOf(sizeClass) < size) {
             ++sizeClass;
         }
         if (sizeClass < kSizeClasses) {
@@ -133,7 +133,7 @@ private:
                 m_free[sizeClass] = block->next;
                 return block;
             }
-            size = sizeOf(sizeClass);
+            size = _sizeOf(sizeClass);
         }
         auto* block = static_cast<StringBlock*>(std::malloc(size));
         if (block) {
