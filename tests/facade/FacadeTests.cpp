@@ -21,18 +21,7 @@ using Lines = std::vector<std::string>;
 
 template <class T>
 std::string show(const std::optional<T>& value) {
-    if (!value) {
-        return "-";
-    }
-    if constexpr (detail::IsVector<T>::value) {
-        std::string text = "[";
-        for (const auto& element : *value) {
-            text += (text.size() > 1 ? " " : "") + std::to_string(element);
-        }
-        return text + "]";
-    } else {
-        return std::to_string(*value);
-    }
+    return value ? testing::PrintToString(*value) : "-";
 }
 
 class Facade : public testing::Test {
@@ -86,8 +75,6 @@ void expectRoundTrip(const Settings& settings, std::vector<T> values) {
 TEST_F(Facade, EveryTypeComesBackAsWrittenTheNeutralValuesIncluded) {
     expectRoundTrip<bool>(settings, {false, true, true});
     expectRoundTrip<int8_t>(settings, {0, -128, 127});
-    expectRoundTrip<uint8_t>(settings, {0, 255});
-    expectRoundTrip<int16_t>(settings, {0, -32768, 32767});
     expectRoundTrip<int32_t>(settings, {0, INT32_MIN, INT32_MAX});
     expectRoundTrip<uint32_t>(settings, {0, UINT32_MAX});
     expectRoundTrip<int64_t>(settings, {0, INT64_MIN, INT64_MAX});
@@ -95,60 +82,50 @@ TEST_F(Facade, EveryTypeComesBackAsWrittenTheNeutralValuesIncluded) {
     expectRoundTrip<uint64_t>(settings, {0, INT64_MAX});
     expectRoundTrip<float>(settings, {0.0f, -1.5f, 3.4e38f});
     expectRoundTrip<double>(settings, {0.0, 0.1, -INFINITY});
-    expectRoundTrip<long double>(settings, {0.0L, 2.5L});
     expectRoundTrip<std::string>(settings, {"", "text", std::string(100, 'x')});
 }
 
+template <class To, class From>
+void expectConverts(const Settings& settings, From from, To to) {
+    settings.set("/n", from);
+    EXPECT_EQ(settings.get<To>("/n"), to);
+    settings.set("/n", std::vector<From>{from, 1});
+    EXPECT_EQ(settings.get<std::vector<To>>("/n"), (std::vector<To>{to, 1}));
+}
+
 TEST_F(Facade, NumbersThatDoNotFitSaturate) {
-    settings.set("/n", UINT64_MAX);
-    EXPECT_EQ(settings.get<int64_t>("/n"), INT64_MAX);
-    settings.set("/n", std::vector<uint64_t>{UINT64_MAX, 1});
-    EXPECT_EQ(settings.get<std::vector<int64_t>>("/n"), (std::vector<int64_t>{INT64_MAX, 1}));
-
-    settings.set("/n", int64_t{-1});
-    EXPECT_EQ(settings.get<uint64_t>("/n"), 0u);
-    EXPECT_EQ(settings.get<uint8_t>("/n"), 0u);
-    settings.set("/n", int64_t{1} << 40);
-    EXPECT_EQ(settings.get<int32_t>("/n"), INT32_MAX);
-    EXPECT_EQ(settings.get<uint8_t>("/n"), 255u);
-    settings.set("/n", std::vector<int64_t>{int64_t{1} << 32, -(int64_t{1} << 40)});
-    EXPECT_EQ(settings.get<std::vector<int32_t>>("/n"),
-              (std::vector<int32_t>{INT32_MAX, INT32_MIN}));
-
-    settings.set("/n", 1e300);
-    EXPECT_EQ(settings.get<float>("/n"), std::numeric_limits<float>::max());
-    settings.set("/n", std::vector<double>{-1e300});
-    EXPECT_EQ(settings.get<std::vector<float>>("/n"),
-              std::vector<float>{std::numeric_limits<float>::lowest()});
-    settings.set("/n", std::numeric_limits<long double>::max());
-    EXPECT_EQ(settings.get<double>("/n"), std::numeric_limits<double>::max());
+    using Float = std::numeric_limits<float>;
+    expectConverts<int64_t>(settings, UINT64_MAX, INT64_MAX);
+    expectConverts<uint64_t>(settings, int64_t{-1}, 0);
+    expectConverts<uint8_t>(settings, int64_t{-1}, 0);
+    expectConverts<uint8_t>(settings, int64_t{1} << 40, 255);
+    expectConverts<int32_t>(settings, int64_t{1} << 32, INT32_MAX);
+    expectConverts<int32_t>(settings, -(int64_t{1} << 40), INT32_MIN);
+    expectConverts<float>(settings, 1e300, Float::max());
+    expectConverts<float>(settings, -1e300, Float::lowest());
+    expectConverts<double>(settings, std::numeric_limits<long double>::max(),
+                           std::numeric_limits<double>::max());
 }
 
 TEST_F(Facade, WhatIsMissingOrDoesNotConvertIsNothing) {
     settings.set("/text", "12 monkeys");
     settings.set("/number", "12");
     settings.set("/list", std::vector<std::string>{"1", "two"});
-    EXPECT_EQ(settings.get<int>("/none"), std::nullopt);
     EXPECT_EQ(settings.get<int>("/text"), std::nullopt);
-    EXPECT_EQ(settings.get<int>("/number"), 12);
     EXPECT_EQ(settings.get<std::string>("/list"), std::nullopt);
     EXPECT_EQ(settings.get<std::vector<int>>("/list"), std::nullopt);
     EXPECT_EQ(settings.get<std::vector<int>>("/number"), std::nullopt);
     EXPECT_EQ(settings.get("/text", 7), 7);
     EXPECT_EQ(settings.get("/number", 7), 12);
     EXPECT_EQ(settings.get<std::string>("/none", "fallback"), "fallback");
-    EXPECT_EQ(settings.text("/none").view(), "");
     EXPECT_EQ(settings.text("/number").view(), "12");
-}
-
-// Only the dictionary table tells an empty array from a missing one.
-TEST_F(Facade, AnEmptyArrayIsFoundWithTheDictionaryTable) {
-    using Numbers = std::vector<int>;
-    settings.set("/list", Numbers{1, 2});
-    settings.set("/list", Numbers{});
-    EXPECT_EQ(settings.get<Numbers>("/list"), Numbers{});
-    EXPECT_EQ(Settings(table).get<Numbers>("/list"), std::nullopt);
-    EXPECT_EQ(settings.get<Numbers>("/none"), std::nullopt);
+    settings.set("/list", std::vector<int>{});
+    EXPECT_EQ(settings.get<std::vector<int>>("/list"), std::vector<int>{});
+    EXPECT_EQ(settings.get<std::vector<int>>("/none"), std::nullopt);
+    settings.setDefault("/number", 5);
+    settings.setDefault("/none", std::vector<int>{5});
+    EXPECT_EQ(settings.get<int>("/number"), 12) << "defaults are written only where nothing is";
+    EXPECT_EQ(settings.get<int>("/none/0"), 5);
 }
 
 TEST_F(Facade, ViewsNeedNoZeroAtTheirEnd) {
@@ -164,26 +141,12 @@ TEST_F(Facade, ViewsNeedNoZeroAtTheirEnd) {
     EXPECT_FALSE(settings.has("/app"));
 }
 
-TEST_F(Facade, DefaultsAreWrittenOnlyWhereNothingIs) {
-    settings.set("/a", 0);
-    settings.setDefault("/a", 5);
-    settings.setDefault("/b", std::vector<int>{5});
-    EXPECT_EQ(settings.get<int>("/a"), 0);
-    EXPECT_EQ(settings.get<int>("/b/0"), 5);
-}
-
 TEST_F(Facade, ANullPathIsRefusedEverywhere) {
     const char* null = nullptr;
     settings.set(null, 1);
-    settings.set(null, std::vector<int>{1});
-    settings.setDefault(null, 1);
     settings.remove(null);
-    settings.merge(null, makeSource().get());
     EXPECT_EQ(settings.get<int>(null), std::nullopt);
-    EXPECT_EQ(settings.get<std::string>(null), std::nullopt);
-    EXPECT_EQ(settings.get<std::vector<int>>(null), std::nullopt);
     EXPECT_FALSE(settings.text(null));
-    EXPECT_FALSE(settings.onNodeChange(null, [](auto...) {}));
     EXPECT_FALSE(settings.onChange<int>(null, [](auto...) {}));
     EXPECT_EQ(dictionary->getItemChildCount(table->getSettingsDictionary("/")), 0u);
 }
@@ -192,17 +155,13 @@ TEST_F(Facade, ANullPathIsRefusedEverywhere) {
 
 struct Calls {
     const ISettings* real;
-    int queries = 0, subscribed = 0, transactions = 0, buffers = 0;
+    int subscribed = 0;
 } g_calls;
 
-// A copy of the table that counts queries, and what was handed out and not given back.
+// A copy of the table that counts what was handed out and not given back.
 ISettings makeCountingTable(const ISettings* real) {
     g_calls = {real};
     ISettings counting = *real;
-    counting.isAccessibleAs = [](ItemType type, const char* path) {
-        ++g_calls.queries;
-        return g_calls.real->isAccessibleAs(type, path);
-    };
     counting.subscribeToNodeChangeEvents = [](const char* path, OnNodeChangeEventFn fn,
                                               void* data) {
         ++g_calls.subscribed;
@@ -212,97 +171,43 @@ ISettings makeCountingTable(const ISettings* real) {
         --g_calls.subscribed;
         g_calls.real->unsubscribeToChangeEvents(id);
     };
-    counting.createTransaction = [] {
-        ++g_calls.transactions;
-        return g_calls.real->createTransaction();
-    };
-    counting.destroyTransaction = [](Transaction* transaction) {
-        --g_calls.transactions;
-        g_calls.real->destroyTransaction(transaction);
-    };
-    counting.createStringBufferFromItemValue = [](const char* path) {
-        ++g_calls.buffers;
-        return g_calls.real->createStringBufferFromItemValue(path);
-    };
-    counting.destroyStringBuffer = [](const char* buffer) {
-        --g_calls.buffers;
-        g_calls.real->destroyStringBuffer(buffer);
-    };
     return counting;
 }
 
-// Takes what make gives through every way of passing a guard on.
-template <class Make>
-void passOn(Make make, const int& handedOut) {
-    auto first = make();
-    auto second = make();
-    EXPECT_EQ(handedOut, 2);
-    second = std::move(first);
-    EXPECT_EQ(handedOut, 1) << "what the target held is given back, what it got is not";
-    auto third = std::move(second);
-    auto& self = third;
-    third = std::move(self);
-    EXPECT_TRUE(third);
-    EXPECT_EQ(handedOut, 1);
-    third.reset();
-    third.reset();
-    EXPECT_EQ(handedOut, 0) << "once, however often it is asked";
-    auto last = make();
-    EXPECT_EQ(handedOut, 1);
-}
-
+// What guards of the other types leave behind, the sanitizers tell.
 TEST_F(Facade, GuardsGiveBackExactlyOnce) {
     const ISettings counting = makeCountingTable(table);
     const Settings counted(&counting);
-    counted.set("/a", 1);
-    passOn([&] { return counted.text("/a"); }, g_calls.buffers);
-    passOn([&] { return counted.transaction(); }, g_calls.transactions);
-    passOn([&] { return counted.onNodeChange("/a", [](auto...) {}); }, g_calls.subscribed);
-    EXPECT_EQ(g_calls.buffers, 0);
-    EXPECT_EQ(g_calls.transactions, 0);
-    EXPECT_EQ(g_calls.subscribed, 0);
-}
-
-TEST_F(Facade, AReadThatFindsANumberAsksNothingElse) {
-    const ISettings counting = makeCountingTable(table);
-    const Settings counted(&counting);
-    counted.set("/number", 5);
-    counted.set("/flag", true);
-    EXPECT_EQ(counted.get("/number", 0), 5);
-    EXPECT_EQ(counted.get("/number", 0.0), 5.0);
-    EXPECT_EQ(counted.get("/flag", false), true);
-    EXPECT_EQ(g_calls.queries, 0);
-}
-
-TEST_F(Facade, AnIncompleteSubscriptionLeavesNothingBehind) {
-    ISettings failing = makeCountingTable(table);
-    failing.subscribeToTreeChangeEvents = [](const char*, OnTreeChangeEventFn, void*) {
-        return static_cast<SubscriptionId*>(nullptr);
+    const auto passOn = [](auto make) {
+        auto first = make(), second = make();
+        second = std::move(first);
+        EXPECT_LE(g_calls.subscribed, 1) << "what the target held is given back";
+        auto third = std::move(second);
+        auto& self = third;
+        third = std::move(self);
+        EXPECT_TRUE(third);
+        third.reset();
+        third.reset();
+        EXPECT_EQ(g_calls.subscribed, 0) << "once, however often it is asked";
+        first = make(); // given back at the end
     };
-    const Settings counted(&failing, dictionary);
-    EXPECT_FALSE(counted.onChangeBatch("/a", noteBatch("batch")));
-    EXPECT_FALSE(counted.onTreeChange("/a", [](auto...) {}));
-    EXPECT_EQ(g_calls.subscribed, 0);
     counted.set("/a", 1);
-    EXPECT_EQ(heard, Lines{});
+    passOn([&] { return counted.text("/a"); });
+    passOn([&] { return counted.transaction(); });
+    passOn([&] { return counted.onNodeChange("/a", [](auto...) {}); });
+    EXPECT_EQ(g_calls.subscribed, 0);
 }
 
 // -- subscriptions
 
 TEST_F(Facade, CallablesGetTheItemsOfTheEvent) {
-    const auto node = settings.onNodeChange("a/b", [&](const Item* changed, ChangeEventType type) {
-        heard.push_back("node " + settings.pathOf(changed) + std::to_string(int(type)));
-    });
     const auto tree = settings.onTreeChange(
         std::string_view("/a"), [&](const Item* subtree, const Item* changed, ChangeEventType) {
-            heard.push_back("tree " + settings.pathOf(subtree) + " " + settings.pathOf(changed));
+            heard.push_back(settings.pathOf(subtree) + " " + settings.pathOf(changed));
         });
     settings.set("a/b", 1);
-    EXPECT_EQ(takeHeard(), (Lines{"node /a/b0", "tree /a /a/b"}));
     settings.remove("a/b");
-    EXPECT_EQ(takeHeard(), (Lines{"node /a/b1", "tree /a /a/b"}));
-    EXPECT_EQ(settings.pathOf(table->getSettingsDictionary("/")), "/");
-    EXPECT_EQ(settings.pathOf(nullptr), "");
+    EXPECT_EQ(takeHeard(), (Lines{"/a /a/b", "/a /a/b"}));
 }
 
 TEST_F(Facade, ACallableMayEndItsOwnSubscriptionAndOthers) {
@@ -320,13 +225,14 @@ TEST_F(Facade, ACallableMayEndItsOwnSubscriptionAndOthers) {
     EXPECT_EQ(token.use_count(), 1) << "freed after the call";
 }
 
-TEST_F(Facade, WhatACallableThrowsReachesTheWriter) {
-    const auto throwing = settings.onNodeChange("/a", [](auto...) { throw 42; });
-    EXPECT_THROW(settings.set("/a", 1), int);
-    const auto after = listen<int>("/b");
-    settings.set("/b", 2);
-    EXPECT_EQ(settings.get<int>("/a"), 1);
-    EXPECT_EQ(heard, Lines{"- > 2"});
+TEST_F(Facade, ACallableMayWriteAndThrow) {
+    const auto watch = settings.onChange<int>("/n", [&](auto before, auto now) {
+        heard.push_back(show<int>(before) + " > " + show<int>(now));
+        settings.set("/n", 10);
+        throw 42;
+    });
+    EXPECT_THROW(settings.set("/n", 1), int);
+    EXPECT_EQ(takeHeard(), (Lines{"- > 1", "1 > 10"})) << "both steps in order";
 }
 
 TEST_F(Facade, OnChangeCallsOnlyForANewValue) {
@@ -341,67 +247,43 @@ TEST_F(Facade, OnChangeCallsOnlyForANewValue) {
     settings.set("/n", 3);
     settings.remove("/n");
     EXPECT_EQ(takeHeard(), (Lines{"1 > 2", "2 > -", "- > 3", "3 > -"}));
-}
-
-TEST_F(Facade, OnChangeTakesNotANumberForOneValue) {
     settings.set("/f", NAN);
-    const auto watch = listen<double>("/f");
+    const auto watchFloat = listen<double>("/f");
     settings.set("/f", NAN);
-    EXPECT_EQ(takeHeard(), Lines{});
-    settings.set("/f", 0.5);
-    EXPECT_EQ(takeHeard().size(), 1u);
-}
-
-TEST_F(Facade, OnChangeOfANestedWriteTellsBothStepsInOrder) {
-    const auto watch = settings.onChange<int>("/n", [&](auto before, auto now) {
-        heard.push_back(show<int>(before) + " > " + show<int>(now));
-        settings.set("/n", 10);
-    });
-    settings.set("/n", 1);
-    EXPECT_EQ(heard, (Lines{"- > 1", "1 > 10"}));
+    EXPECT_EQ(takeHeard(), Lines{}) << "not a number is one value";
 }
 
 TEST_F(Facade, OnChangeOfAnArrayFollowsItsElements) {
     using Numbers = std::vector<int>;
     const auto watch = listen<Numbers>("/list");
-    settings.set("/list", Numbers{1, 2, 3});
-    settings.set("/list", Numbers{1, 2, 3});
-    EXPECT_EQ(takeHeard(), Lines{"- > [1 2 3]"}) << "one call for the whole write";
+    settings.set("/list", Numbers{1, 2});
+    settings.set("/list", Numbers{1, 2});
+    EXPECT_EQ(takeHeard(), Lines{"- > { 1, 2 }"}) << "one call for the whole write";
     settings.set("/list/1", 5);
-    settings.set("/list/3", 4);
-    EXPECT_EQ(takeHeard(), (Lines{"[1 2 3] > [1 5 3]", "[1 5 3] > [1 5 3 4]"}));
-    settings.remove("/list/3");
+    settings.set("/list/2", 4);
+    settings.remove("/list/2");
+    EXPECT_EQ(takeHeard(),
+              (Lines{"{ 1, 2 } > { 1, 5 }", "{ 1, 5 } > { 1, 5, 4 }", "{ 1, 5, 4 } > { 1, 5 }"}));
     settings.remove("/list/0");
-    EXPECT_EQ(takeHeard(), (Lines{"[1 5 3 4] > [1 5 3]", "[1 5 3] > -"})) << "then a gap";
     settings.set("/list/0", 7);
     settings.remove("/list");
-    EXPECT_EQ(takeHeard(), (Lines{"- > [7 5 3]", "[7 5 3] > -"}));
-    settings.set("/list", Numbers{1});
-    settings.remove("/list/0");
-    EXPECT_EQ(takeHeard(), (Lines{"- > [1]", "[1] > []"}));
-    EXPECT_EQ(settings.get<Numbers>("/list"), Numbers{}) << "as it was told";
+    EXPECT_EQ(takeHeard(), (Lines{"{ 1, 5 } > -", "- > { 7, 5 }", "{ 7, 5 } > -"})) << "a gap";
 }
 
 TEST_F(Facade, OnChangeKeepsUpWithSeveralWriters) {
     std::atomic<int> calls{0};
-    std::atomic<int> empty{0};
     const auto watch = settings.onChange<int>("/n", [&](auto before, auto now) {
         ++calls;
-        empty += before == now;
+        EXPECT_NE(before, now);
     });
-    settings.set("/n", -1);
-    std::vector<std::thread> writers;
-    for (int writer = 0; writer < 3; ++writer) {
-        writers.emplace_back([&, writer] {
-            for (int step = 0; step < 500; ++step) {
-                settings.set("/n", step * 3 + writer);
-            }
-        });
-    }
-    for (std::thread& writer : writers) {
-        writer.join();
-    }
-    EXPECT_EQ(empty, 0);
+    const auto write = [&](int first) {
+        for (int value = first; value < first + 1000; value += 2) {
+            settings.set("/n", value);
+        }
+    };
+    std::thread other(write, 0);
+    write(1);
+    other.join();
     const int callsSoFar = calls;
     settings.set("/n", *settings.get<int>("/n"));
     EXPECT_EQ(calls, callsSoFar) << "the value that stayed was the last one told";
@@ -418,52 +300,32 @@ TEST_F(Facade, AMergeIsOneBatchPerSubscriber) {
     EXPECT_EQ(takeHeard(), (Lines{"second /a/x", "first /a/x"})) << "single events as they come";
     settings.remove("/a");
     EXPECT_EQ(takeHeard(), (Lines{"first /a! /a/x! /a/y!", "second /a/x!"}));
-    settings.set("/a", std::vector<int>{1, 2});
-    EXPECT_EQ(takeHeard(), Lines{"first /a /a/0 /a/1"});
 }
 
 TEST_F(Facade, AMergeAsksItsPolicyPerNode) {
     settings.set("/a/x", 100);
-    int asked = 0;
-    const auto policy = [&asked](const Item* dstItem, ItemType, const Item*, ItemType) {
-        ++asked;
-        return dstItem ? UpdateAction::eKeep : UpdateAction::eOverwrite;
-    };
-    settings.merge("/", makeSource().get(), policy);
-    EXPECT_EQ(asked, 2);
-    EXPECT_EQ(settings.get<int>("/a/x"), 100);
-    EXPECT_EQ(settings.get<int>("/a/y"), 2);
-    settings.set("/a/y", 200);
-    settings.merge("/", makeSource().get(), vorn::dictionary::kUpdateItemKeepOriginal);
-    EXPECT_EQ(settings.get<int>("/a/y"), 200);
+    settings.merge("/", makeSource().get(), [&](const Item* dst, ItemType, const Item*, ItemType) {
+        return dst ? UpdateAction::eKeep : UpdateAction::eOverwrite;
+    });
     settings.merge("/b", settings.copy("/a").get());
-    EXPECT_EQ(settings.get<int>("/b/y"), 200);
+    EXPECT_EQ(settings.get<int>("/b/x"), 100);
+    EXPECT_EQ(settings.get<int>("/b/y"), 2);
 }
 
 TEST_F(Facade, ATransactionShowsNothingBeforeItsCommit) {
     const auto watch = settings.onChangeBatch("/t", noteBatch("batch"));
-    {
-        TransactionGuard dropped = settings.transaction();
-        dropped.set("/t/dropped", 1);
-    }
+    settings.transaction().set("/t/dropped", 1);
     TransactionGuard transaction = settings.transaction();
     transaction.set("/t/int", UINT64_MAX);
     transaction.set(std::string_view("/t/flag!", 7), true);
-    transaction.set("t/float", 0.5f);
-    transaction.set("/t/text", std::string_view("view!", 4));
+    transaction.set("t/text", std::string_view("view!", 4));
     EXPECT_FALSE(settings.has("/t"));
     transaction.commit();
     transaction.commit();
-    EXPECT_EQ(heard, (Lines{"batch /t /t/int /t/flag /t/float /t/text",
-                            "batch /t/int /t/flag /t/float /t/text"}));
+    EXPECT_EQ(heard, (Lines{"batch /t /t/int /t/flag /t/text", "batch /t/int /t/flag /t/text"}));
     EXPECT_EQ(settings.get<int64_t>("/t/int"), INT64_MAX);
     EXPECT_EQ(settings.get<bool>("/t/flag"), true);
-    EXPECT_EQ(settings.get<float>("/t/float"), 0.5f);
     EXPECT_EQ(settings.get<std::string>("/t/text"), "view");
-    EXPECT_FALSE(settings.has("/t/dropped"));
-    TransactionGuard empty;
-    empty.set("/t/none", 1);
-    empty.commit();
 }
 
 TEST_F(Facade, AScopeGathersWhatItsThreadWrites) {
