@@ -2,7 +2,7 @@
 // for the thread sanitizer too.
 #include "DictionaryFixture.h"
 
-#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <thread>
@@ -15,7 +15,8 @@ constexpr size_t kItems = 16;
 
 class Threads : public DictionaryTest {
 protected:
-    // The text of value number n: an even integer, an odd number and a half, or "s", n and a tail.
+    // The text of value number n gives its type away: even integers, odd numbers and a half, "s",
+    // the number and a tail.
     static std::string textOf(int64_t n) {
         return n % 3 == 0   ? std::to_string(2 * n)
                : n % 3 == 1 ? std::to_string(2 * n + 1) + ".5"
@@ -24,10 +25,19 @@ protected:
     static bool isWhole(const std::string& text) {
         return textOf(text[0] == 's' ? std::stoll(text.substr(1)) : std::stoll(text) / 2) == text;
     }
+    std::string write(Item* item, int64_t n) const {
+        n % 3 == 0   ? d->setInt64(item, 2 * n)
+        : n % 3 == 1 ? d->setFloat64(item, static_cast<double>(2 * n) + 1.5)
+                     : d->setString(item, textOf(n).c_str());
+        return textOf(n);
+    }
+    static bool goesOn(std::chrono::steady_clock::time_point end) {
+        return !HasFailure() && std::chrono::steady_clock::now() < end;
+    }
 };
 
 TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
-    std::vector<Item*> items;
+    std::vector<Item*> items;            // those of even index are written by both writers
     std::string last[2][kItems];         // by writer
     std::vector<const Item*> created[2]; // by creator
     for (size_t i = 0; i < kItems; ++i) {
@@ -35,51 +45,61 @@ TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
     }
     const Item* grown = d->makeDictionaryAtPath(root, "grown");
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1200);
-    const auto goesOn = [&] { return !HasFailure() && std::chrono::steady_clock::now() < end; };
     const auto read = [&] {
         std::vector<const Item*> seen;
-        for (size_t n = 0; goesOn(); ++n) {
-            const Item* item = at("w/" + std::to_string(n % kItems));
+        for (size_t n = 0; goesOn(end); ++n) {
+            const std::string name = std::to_string(n % kItems);
+            const Item* item = at("w/" + name);
             EXPECT_EQ(item, items[n % kItems]);
             EXPECT_PRED1(isWhole, text(item));
-            const double rest = std::fmod(d->getAsFloat64(item), 2);
-            EXPECT_TRUE(rest == 0 || rest == 1.5) << rest;
+            const double number = d->getAsFloat64(item);
+            const double rest = std::fmod(number, 2);
+            EXPECT_TRUE(number < 1e12 && (rest == 0 || rest == 1.5)) << number;
             const size_t count = d->getItemChildCount(grown);
-            ASSERT_GE(count, seen.size());
+            EXPECT_GE(count, seen.size());
             while (seen.size() < count) {
                 seen.push_back(d->getItemChildByIndex(grown, seen.size()));
             }
-            EXPECT_TRUE(!count || d->getItemChildByIndex(grown, n % count) == seen[n % count]);
+            if (count > 0) {
+                const Item* child = d->getItemChildByIndex(grown, n * 7919 % count);
+                EXPECT_EQ(child, seen[n * 7919 % count]); // nothing moves
+                EXPECT_EQ(d->getItem(grown, d->getItemName(child)), child);
+            }
         }
     };
     const auto overwrite = [&](size_t writer) {
-        for (size_t n = 0; goesOn(); ++n) {
+        for (size_t n = 0; goesOn(end); ++n) {
             const size_t i = n % kItems;
-            const auto number = static_cast<int64_t>(2 * n + writer);
-            number % 3 == 0   ? d->setInt64(items[i], 2 * number)
-            : number % 3 == 1 ? d->setFloat64(items[i], static_cast<double>(2 * number) + 1.5)
-                              : d->setString(items[i], textOf(number).c_str());
-            last[writer][i] = textOf(number);
+            if (i % 2 == 0 || i / 2 % 2 == writer) {
+                last[writer][i] = write(items[i], static_cast<int64_t>(2 * n + writer));
+                EXPECT_TRUE(i % 2 == 0 || text(items[i]) == last[writer][i]);
+            }
         }
     };
     const auto create = [&](size_t creator) {
-        for (size_t n = 0; n < 30000 && goesOn(); ++n) {
-            const std::string both = "grown/" + std::to_string(n) + "/both";
+        for (size_t n = 0; n < 30000 && goesOn(end); ++n) {
+            const std::string number = std::to_string(n);
+            const std::string own = "grown/" + number + "_" + std::to_string(creator);
+            d->makeInt64AtPath(root, own.c_str(), static_cast<int64_t>(n));
+            const std::string both = "grown/" + number + "/both";
             created[creator].push_back(d->createItem(root, both.c_str(), kInt));
         }
     };
     const auto remove = [&] {
         const std::vector<int64_t> ints(50, 4);
-        for (size_t n = 1; goesOn(); ++n) {
+        const char* const strings[] = {"a string of more than a few bytes", "b", ""};
+        for (size_t n = 1; goesOn(end); ++n) {
             Item* array = d->createItem(root, "mine/array", kDict);
             d->setInt64Array(array, ints.data(), n * 7 % ints.size());
+            EXPECT_EQ(d->getItemChildCount(array), n * 7 % ints.size());
+            d->setStringArray(array, strings, n % 4 % 3);
             Item* copy = d->makeDictionaryAtPath(nullptr, "copy");
             d->update(copy, nullptr, root, "w", nullptr, nullptr); // beside the writers
             for (size_t i = 0; i < kItems; ++i) {
                 EXPECT_PRED1(isWhole, text(d->getItemAt(copy, i)));
             }
             d->destroyItem(copy);
-            d->destroyItem(n % 2 ? array : d->getItemParentMutable(array));
+            d->destroyItem(n % 2 ? array : d->getItemMutable(root, "mine"));
         }
     };
     std::vector<std::thread> threads;
@@ -89,17 +109,48 @@ TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
         threads.emplace_back(create, i);
     }
     threads.emplace_back(remove);
-    std::for_each(threads.begin(), threads.end(), [](std::thread& each) { each.join(); });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
 
     for (size_t i = 0; i < kItems; ++i) {
-        EXPECT_TRUE(text(items[i]) == last[0][i] || text(items[i]) == last[1][i]) << i;
+        const std::string value = text(items[i]);
+        EXPECT_TRUE(value == last[0][i] || value == last[1][i]) << value;
     }
-    for (const std::vector<const Item*>& own : created) {
-        for (size_t n = 0; n < own.size(); ++n) {
-            ASSERT_EQ(at("grown/" + std::to_string(n) + "/both"), own[n]);
+    size_t expected = std::max(created[0].size(), created[1].size());
+    for (size_t creator = 0; creator < 2; ++creator) {
+        EXPECT_GT(created[creator].size(), 100u);
+        expected += created[creator].size();
+        for (size_t n = 0; n < created[creator].size(); ++n) {
+            const std::string number = std::to_string(n);
+            ASSERT_EQ(at("grown/" + number + "/both"), created[creator][n]);
+            ASSERT_EQ(text(at("grown/" + number + "_" + std::to_string(creator))), number);
         }
     }
-    EXPECT_EQ(d->getItemChildCount(grown), std::max(created[0].size(), created[1].size()));
+    EXPECT_EQ(d->getItemChildCount(grown), expected);
+}
+
+TEST_F(Threads, ADictionaryThatGrowsIsNeverSeenToShrink) {
+    constexpr size_t kChildren = 50;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(800);
+    std::atomic<Item*> growing{root};
+    std::thread creator([&] {
+        int n = 0;
+        do {
+            growing = d->createItem(root, std::to_string(++n).c_str(), kDict);
+            for (size_t i = 0; i < kChildren; ++i) {
+                d->setInt64At(growing, i, 1);
+            }
+        } while (goesOn(end));
+    });
+    while (goesOn(end)) {
+        const Item* item = growing;
+        for (size_t seen = 0, count = 0; seen < kChildren && item == growing; seen = count) {
+            count = d->getItemChildCount(item);
+            EXPECT_GE(count, seen);
+        }
+    }
+    creator.join();
 }
 
 } // namespace

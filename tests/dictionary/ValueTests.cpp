@@ -37,6 +37,8 @@ TEST_F(Values, ConvertToEveryTypeTheyAreAccessibleAs) {
         {"1e999", kString, INT64_MAX, kInfinity},
         {"-1e99999", kString, INT64_MIN, -kInfinity},
         {"1e-99999", kString, 0, 0},
+        {"0.001e-400", kString, 0, 0},
+        {"1e999x", kNone, 0, 0},
         {"nan(x)", kNone, 0, 0},
         {"true", kString, 1, 1},
         {"True", kString, 1, 1},

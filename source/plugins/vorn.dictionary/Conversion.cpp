@@ -2,6 +2,7 @@
 
 #include "ElementName.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -22,8 +23,7 @@ double floatOf(uint64_t payload) {
 template <class Number>
 std::errc parseWhole(std::string_view text, Number& number) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end != text.data() + text.size() ? std::errc::invalid_argument
-                                                                    : error;
+    return end != text.data() + text.size() ? std::errc::invalid_argument : error;
 }
 
 bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
@@ -40,11 +40,17 @@ bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
 
 // Of a number that a float cannot hold: whether it is next to 0, rather than too large.
 bool isTooSmall(std::string_view text) {
-    const size_t exponent = text.find_first_of("eE");
-    if (exponent != std::string_view::npos) {
-        return text[exponent + 1] == '-';
+    const std::string_view digits = text.substr(0, text.find_first_of("eE"));
+    std::string_view exponentText = text.substr(std::min(digits.size() + 1, text.size()));
+    exponentText.remove_prefix(exponentText.substr(0, 1) == "+" ? 1 : 0);
+    int32_t exponent = 0;
+    if (parseWhole(exponentText, exponent) == std::errc::result_out_of_range) {
+        return exponentText[0] == '-';
     }
-    return text.find_first_of("123456789") > text.find('.');
+    // Where the first digit that counts stands before or behind the point.
+    const size_t point = std::min(digits.find('.'), digits.size());
+    const size_t first = digits.find_first_of("123456789");
+    return static_cast<int64_t>(point) - static_cast<int64_t>(first) + exponent < 0;
 }
 
 // Whether text is what formatScalar writes for infinities and NaN.
