@@ -3,8 +3,9 @@
 // All trees share one pool of items and one table of paths. Roots differ by the hash that their
 // paths start from.
 //
-// Threads: find, children, readers and overwriting a value by one of the same type take no lock.
-// What changes a type or the shape of a tree is done under one mutex. Nothing here calls back.
+// Threads: find, children, readers and overwriting a number by one of the same type take no lock;
+// overwriting a text takes that of the text blocks for a few steps. What changes a type or the
+// shape of a tree is done under one mutex. Nothing here calls back.
 //
 // Memory: an operation that runs out of it leaves the trees as they were.
 #pragma once
