@@ -131,11 +131,8 @@ Scalar readScalar(const Tree& tree, const Item* item) {
     return {ItemType::eCount, 0};
 }
 
-bool isAccessible(const Tree& tree, ItemType type, const Item* item) {
+bool isConvertible(const Tree& tree, ItemType type, const Item* item) {
     const ItemType own = item->type();
-    if (own < ItemType::eString && type < ItemType::eString) [[likely]] {
-        return true;
-    }
     switch (type) {
     case ItemType::eBool:
     case ItemType::eInt:

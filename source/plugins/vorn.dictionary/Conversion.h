@@ -42,8 +42,12 @@ Scalar parseScalar(std::string_view text);
 // The item's value as a number, if it has one.
 Scalar readScalar(const Tree& tree, const Item* item);
 
-// Whether the value can be read as the type.
-bool isAccessible(const Tree& tree, ItemType type, const Item* item);
+// Whether the value can be read as the type: where not both are numbers, and in any case.
+bool isConvertible(const Tree& tree, ItemType type, const Item* item);
+inline bool isAccessible(const Tree& tree, ItemType type, const Item* item) {
+    const bool areNumbers = item->type() < ItemType::eString && type < ItemType::eString;
+    return areNumbers || isConvertible(tree, type, item);
+}
 
 // Writes the text form into buffer and returns its length.
 constexpr size_t kScalarTextCapacity = 32;

@@ -50,11 +50,11 @@ const Item* getItemChildByIndexImpl(const Item* item, size_t childIndex) {
 }
 
 Item* getItemParentMutableImpl(Item* item) {
-    return item ? item->parent : nullptr;
+    return item ? item->parent() : nullptr;
 }
 
 const Item* getItemParentImpl(const Item* item) {
-    return item ? item->parent : nullptr;
+    return item ? item->parent() : nullptr;
 }
 
 ItemType getItemTypeImpl(const Item* item) {

@@ -1,27 +1,29 @@
-// The item: one record of 48 bytes for a value or a dictionary.
+// The item: one record of 48 bytes for a value or a dictionary; and the branch: what the children
+// of one dictionary share.
 //
 // Threads: head and payload change together in one atomic step, so a reader that sees the same
 // head before and after it reads the payload has a value of one write. Between threads that do
 // not hold the tree's lock, only the payload changes, and only while the type stays as it is; the
-// type, and the child list of a dictionary, change under the lock and raise the version. Parent
-// and name are set before the item is published and stay until it is destroyed.
+// type, and the child list of a dictionary, change under the lock and raise the version. Branch
+// and name are set before the item is published and stay until it is destroyed. Branches and long
+// names lie in recycled blocks, so a reader that looks at an item while it is destroyed reads
+// memory of the same kind, whose contents it does not take for the item's.
 #pragma once
 
 #include "PathHash.h"
 
 #include <vorn/dictionary/IDictionary.h>
 
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
+#include <emmintrin.h>
 #include <string_view>
 
 namespace vorn::dictionary {
 
-struct ChildList;
+struct Branch;
 
 // Type and payload as they stood together at one moment.
 struct Value {
@@ -29,13 +31,14 @@ struct Value {
     static constexpr uint64_t kVersionStep = 0x100;
 
     uint64_t head;    // type in the low byte, version above it
-    uint64_t payload; // by type: 0 or 1, the integer, the bits of the float, a string, a child list
+    uint64_t payload; // by type: 0 or 1, the integer, the bits of the float, a string, a branch
 
     ItemType type() const {
         return static_cast<ItemType>(head & kTypeMask);
     }
-    ChildList* children() const {
-        return reinterpret_cast<ChildList*>(payload); // NOLINT(performance-no-int-to-ptr)
+    // What the children of a dictionary share; null while it never had one.
+    Branch* branch() const {
+        return reinterpret_cast<Branch*>(payload); // NOLINT(performance-no-int-to-ptr)
     }
     // The head of the next version, with the given type.
     uint64_t nextHead(ItemType nextType) const {
@@ -46,38 +49,13 @@ struct Value {
 // The type of an item that was destroyed; no query reports it.
 constexpr ItemType kDeadType = static_cast<ItemType>(7);
 
-// Which bytes of the two words that an inline name lies in belong to a name of each length.
-struct NameMasks {
-    uint64_t first; // of the bytes 0 to 7 of the field
-    uint64_t last;  // of the bytes 7 to 14
-};
-inline constexpr std::array<NameMasks, 16> kNameMasks = [] {
-    std::array<NameMasks, 16> masks{};
-    for (size_t length = 0; length < 16; ++length) {
-        const size_t beyond = length > 7 ? length - 7 : 0;
-        masks[length] = {kLastBytes[beyond].mask, kLastBytes[length < 8 ? length : 8].mask};
-    }
-    return masks;
-}();
-
 struct alignas(16) Item {
     static constexpr size_t kInlineNameCapacity = 15;
     static constexpr size_t kMaxNameLength = 0x7fffffff;
-    static constexpr size_t kMaxKeptPath = 255;
-    static constexpr size_t kTextPadding = 8; // readable bytes in front of a text on the heap
-
-    // A name that lies on the heap. Dictionaries whose path is not too long keep the whole path
-    // there, of which the name is the end: what lies below them is then told from its likes by one
-    // comparison. Roots have an empty path.
-    struct FarName {
-        char* name;
-        uint32_t pathLength; // 0: no path kept
-        uint32_t root;       // index of the root that the path starts from
-    };
 
     std::atomic<uint64_t> head;
     std::atomic<uint64_t> payload;
-    Item* parent;
+    const Branch* branch;       // that it is in; a root is in Branch::ofRoots
     std::atomic<uint32_t> hash; // of the path; published last, so it vouches for the fields above
     uint32_t nameLength : 31;
     uint32_t isFar : 1;
@@ -85,25 +63,22 @@ struct alignas(16) Item {
         // Ends at the end, zero-terminated, with zeros in front: the last bytes of any two names
         // lie in the same places.
         char inlineName[kInlineNameCapacity + 1];
-        FarName farName;
+        char* farName; // a recycled block
     };
 
     const char* name() const {
-        return isFar ? farName.name : inlineName + kInlineNameCapacity - nameLength;
+        return isFar ? farName : inlineName + kInlineNameCapacity - nameLength;
     }
     std::string_view nameView() const {
         return {name(), nameLength};
     }
-    bool isRoot() const {
-        return !parent;
-    }
-    // Whether path() is known.
-    bool hasPath() const {
-        return isFar && (farName.pathLength > 0 || isRoot());
-    }
-    // From below the root. REQUIRES: hasPath().
-    std::string_view path() const {
-        return {farName.name + nameLength - farName.pathLength, farName.pathLength};
+    Item* parent() const;
+    bool isRoot() const;
+
+    // Where the hashes of the names below the item continue from.
+    uint32_t childHash() const {
+        const uint32_t own = hash.load(std::memory_order_relaxed);
+        return isRoot() ? own : extendHashBySeparator(own);
     }
 
     // REQUIRES: the length fits.
@@ -111,39 +86,17 @@ struct alignas(16) Item {
         isFar = 0;
         nameLength = static_cast<uint32_t>(text.size());
         std::memset(inlineName, 0, sizeof(inlineName));
-        text.copy(inlineName + kInlineNameCapacity - text.size(), text.size());
+        char* end = inlineName + kInlineNameCapacity;
+        for (size_t i = text.size(); i > 0; --i) {
+            *--end = text[i - 1];
+        }
     }
-
-    // Puts the name on the heap, behind the path of the parent if that is given. False when
-    // memory is exhausted.
-    bool setFarName(std::string_view text, std::string_view parentPath, bool isPathKept) {
-        const size_t prefix = isPathKept && !parentPath.empty() ? parentPath.size() + 1 : 0;
-        const size_t length = prefix + text.size();
-        auto* block = static_cast<char*>(std::malloc(kTextPadding + length + 1));
-        if (!block) {
-            return false;
-        }
-        char* path = block + kTextPadding;
-        if (prefix > 0) {
-            parentPath.copy(path, parentPath.size());
-            path[prefix - 1] = '/';
-        }
-        text.copy(path + prefix, text.size());
-        path[length] = '\0';
+    void setFarName(char* block, std::string_view text) {
+        std::memcpy(block, text.data(), text.size());
+        block[text.size()] = '\0';
         isFar = 1;
         nameLength = static_cast<uint32_t>(text.size());
-        farName = {path + prefix, isPathKept ? static_cast<uint32_t>(length) : 0, 0};
-        return true;
-    }
-
-    // Leaves the item without a name.
-    void freeName() {
-        if (isFar) {
-            const size_t beforeName = farName.pathLength > 0 ? farName.pathLength - nameLength : 0;
-            std::free(farName.name - beforeName - kTextPadding);
-        }
-        isFar = 0;
-        nameLength = 0;
+        farName = block;
     }
 
     Value read() const {
@@ -174,72 +127,129 @@ struct alignas(16) Item {
         return false;
     }
 
-    // Whether the name is what ends at `end` in a text of that length. REQUIRES: the name is not
-    // longer than that.
-    bool nameEndsAt(const char* text, size_t end, size_t length) const {
-        if (isFar) {
-            return std::memcmp(text + end - nameLength, farName.name, nameLength) == 0;
+    // Whether the two have the same name.
+    bool hasNameOf(const Item& other) const {
+        if (isFar | other.isFar) {
+            return nameView() == other.nameView();
         }
-        const NameMasks& masks = kNameMasks[nameLength];
-        const uint64_t last =
-            loadWordEndingAt(text, end, length) ^ loadWord(inlineName + kInlineNameCapacity - 8);
-        if (end >= kInlineNameCapacity) [[likely]] {
-            const uint64_t first =
-                loadWord(text + end - kInlineNameCapacity) ^ loadWord(inlineName);
-            return ((last & masks.last) | (first & masks.first)) == 0;
-        }
-        return (last & masks.last) == 0 &&
-               (nameLength <= 8 || loadWord(text + end - nameLength) == loadWord(name()));
+        const __m128i equal = _mm_cmpeq_epi8(_loadBlock(inlineName), _loadBlock(other.inlineName));
+        return nameLength == other.nameLength && _mm_movemask_epi8(equal) == 0xffff;
     }
 
-    // Whether the path is the first `end` bytes of a text of that length. REQUIRES: hasPath().
-    bool pathIs(const char* text, size_t end, size_t length) const {
-        if (farName.pathLength != end) {
-            return false;
+    // Whether the name is what ends at `end` in a path. REQUIRES: the name is not longer than
+    // that, and the byte behind it is readable.
+    bool nameEndsAt(const char* path, size_t end) const {
+        if (end < kInlineNameCapacity || isFar) [[unlikely]] {
+            return std::memcmp(path + end - nameLength, name(), nameLength) == 0;
         }
-        const char* own = path().data();
-        if (end < 8) {
-            const uint64_t difference =
-                loadWordEndingAt(text, end, length) ^ loadWord(own + end - 8);
-            return (difference & kLastBytes[end].mask) == 0;
-        }
-        size_t position = 0;
-        for (; end - position > 16; position += 16) {
-            if ((loadWord(text + position) ^ loadWord(own + position)) |
-                (loadWord(text + position + 8) ^ loadWord(own + position + 8))) {
-                return false;
-            }
-        }
-        // What is left, at most 16 bytes, with some of those before.
-        const size_t next = end - position > 8 ? position : end - 8;
-        return ((loadWord(text + next) ^ loadWord(own + next)) |
-                (loadWord(text + end - 8) ^ loadWord(own + end - 8))) == 0;
+        const __m128i equal =
+            _mm_cmpeq_epi8(_loadBlock(path + end - kInlineNameCapacity), _loadBlock(inlineName));
+        const auto differing = ~static_cast<unsigned>(_mm_movemask_epi8(equal)) & 0x7fffu;
+        return differing >> (kInlineNameCapacity - nameLength) == 0;
     }
 
-    // Whether the item is what path, of the given length, names below base. REQUIRES: length > 0.
-    bool isAt(const Item* base, const char* path, size_t length) const {
-        const Item* item = this;
-        size_t end = length;
-        for (;;) {
-            if (item->hasPath() && base->isRoot()) {
-                return item->farName.root == base->farName.root && item->pathIs(path, end, length);
-            }
-            if (item->nameLength - 1u >= end || !item->nameEndsAt(path, end, length)) {
-                return false; // a name is never empty; one that is (a root's) matches nothing
-            }
-            end -= item->nameLength;
-            item = item->parent;
-            if (end == 0) {
-                return item == base;
-            }
-            if (!item || path[--end] != '/') {
-                return false;
-            }
-        }
+    // Whether the item is what path, of the given length, names below base. REQUIRES: length > 0;
+    // the byte behind the path is readable.
+    bool isAt(const Item* base, const char* path, size_t length) const;
+
+private:
+    bool _isAtByNames(const Item* base, const char* path, size_t length) const;
+
+    friend struct Branch;
+    static __m128i _loadBlock(const char* bytes) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
     }
 };
 
 static_assert(sizeof(Item) == 48, "one item, all told");
 static_assert(offsetof(Item, payload) == offsetof(Item, head) + 8, "changed in one step");
+
+struct ChildList;
+
+struct Branch {
+    static constexpr size_t kMaxKeptPath = 255;
+    static constexpr size_t kNoPath = SIZE_MAX;
+
+    // What the roots are in: without an owner.
+    static const Branch ofRoots;
+
+    Item* owner;                      // the dictionary; null for the roots
+    const Item* root;                 // that the path starts from
+    size_t pathLength;                // kNoPath when the path is not kept
+    std::atomic<ChildList*> children; // null while there never was one
+    std::atomic<uint32_t> inOrder;    // so many children, counted from the first, are elements of
+                                      // an array in their places: "0", "1", ...
+    uint32_t childHash;               // where the hashes of the names continue from
+
+    // The path of the owner from below the root, with a "/" behind it; nothing for the root.
+    char* path() {
+        return reinterpret_cast<char*>(this + 1);
+    }
+    const char* path() const {
+        return reinterpret_cast<const char*>(this + 1);
+    }
+    bool hasPath() const {
+        return pathLength != kNoPath;
+    }
+
+    // Whether the path is what the text begins with. REQUIRES: hasPath(); the text is as long.
+    bool isPathOf(const char* text) const {
+        const char* own = path();
+        if (pathLength < 16 || pathLength > 48) [[unlikely]] {
+            return std::memcmp(text, own, pathLength) == 0;
+        }
+        // Three blocks that overlap as they must, whatever the length: no branch to guess.
+        const size_t last = pathLength - 16;
+        const size_t middle = last < 16 ? last : 16;
+        const auto compare = [&](size_t place) {
+            return _mm_cmpeq_epi8(Item::_loadBlock(text + place), Item::_loadBlock(own + place));
+        };
+        const __m128i equal =
+            _mm_and_si128(_mm_and_si128(compare(0), compare(middle)), compare(last));
+        return _mm_movemask_epi8(equal) == 0xffff;
+    }
+};
+
+inline constinit const Branch Branch::ofRoots = {nullptr, nullptr, kNoPath, {nullptr}, {0}, 0};
+
+inline Item* Item::parent() const {
+    return branch->owner;
+}
+
+inline bool Item::isRoot() const {
+    return branch == &Branch::ofRoots;
+}
+
+inline bool Item::isAt(const Item* base, const char* path, size_t length) const {
+    // Wraps for a name that is longer, and then equals no length of a path.
+    const size_t nameBegin = length - nameLength;
+    if (branch->root == base && branch->pathLength == nameBegin) [[likely]] {
+        return nameEndsAt(path, length) && branch->isPathOf(path);
+    }
+    if (branch->owner == base) {
+        return nameBegin == 0 && nameEndsAt(path, length);
+    }
+    return _isAtByNames(base, path, length);
+}
+
+// From name to name.
+[[gnu::noinline]] inline bool
+Item::_isAtByNames(const Item* base, const char* path, size_t length) const {
+    const Item* item = this;
+    for (size_t end = length;;) {
+        // A name is never empty; one that is (a root's) matches nothing.
+        if (item->nameLength - 1u >= end || !item->nameEndsAt(path, end)) {
+            return false;
+        }
+        end -= item->nameLength;
+        item = item->parent();
+        if (end == 0) {
+            return item == base;
+        }
+        if (!item || path[--end] != '/') {
+            return false;
+        }
+    }
+}
 
 } // namespace vorn::dictionary

@@ -86,6 +86,9 @@ private:
         if (m_capacity == 0) {
             // The indices that name no item lead to items without a name, which match nothing.
             std::memset(chunk, 0, kFirstIndex * sizeof(Item));
+            for (uint32_t i = 0; i < kFirstIndex; ++i) {
+                static_cast<Item*>(chunk)[i].branch = &Branch::ofRoots;
+            }
         }
         g_chunks[m_capacity >> kChunkBits].store(static_cast<Item*>(chunk),
                                                  std::memory_order_release);

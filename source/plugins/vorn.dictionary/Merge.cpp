@@ -1,204 +1,313 @@
 #include "Merge.h"
 
-#include <algorithm>
 #include <new>
+#include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace vorn::dictionary {
 
 namespace {
 
-// One item of the source as it was when the merge began.
-struct PlannedItem {
-    Item* source;
-    uint64_t payload; // a string's is a copy, owned by the plan until it is stored
-    ItemType type;
-    uint32_t depth; // below the top of the source
-};
+const Item* rootOf(const Item* item) {
+    return item->isRoot() ? item : item->branch->root;
+}
 
-// The items of a source in pre-order.
-class Plan {
+// The items of a source in pre-order, each as it is when its turn comes.
+class LiveSource {
 public:
-    explicit Plan(const Tree& tree) : m_tree(tree) {}
+    LiveSource(const Tree& tree, Item* top) : m_tree(tree), m_item(top), m_value(top->read()) {}
 
-    // Throws std::bad_alloc when memory is exhausted.
-    void read(Item* top) {
-        struct Level {
-            Item* dictionary;
-            size_t nextChild;
-        };
-        const StringReader reader(m_tree.strings());
-        std::vector<Level> levels;
-        _add(top, 0);
-        while (true) {
-            if (m_items.back().type == ItemType::eDictionary &&
-                m_items.back().depth == levels.size()) {
-                levels.push_back({m_items.back().source, 0});
-                m_depth = std::max(m_depth, levels.size());
-            }
-            Item* next = nullptr;
-            while (!levels.empty()) {
-                next = m_tree.child(levels.back().dictionary, levels.back().nextChild++);
-                if (next) {
-                    break;
-                }
-                levels.pop_back();
-            }
-            if (!next) {
-                return;
-            }
-            _add(next, static_cast<uint32_t>(levels.size()));
-        }
+    bool isAtEnd() const {
+        return !m_item;
     }
-    ~Plan() {
-        for (const PlannedItem& item : m_items) {
-            if (item.type == ItemType::eString) {
-                m_tree.strings().discard(item.payload);
-            }
-        }
+    Item* item() const {
+        return m_item;
     }
-    Plan(const Plan&) = delete;
-    Plan& operator=(const Plan&) = delete;
-
-    size_t size() const {
-        return m_items.size();
+    ItemType type() const {
+        return m_value.type();
     }
+    // Below the top of the source.
     size_t depth() const {
-        return m_depth;
+        return m_levels.size();
     }
-    const PlannedItem& operator[](size_t i) const {
-        return m_items[i];
+
+    // A copy of the value, which is no dictionary, for an item to hold. Another thread may have
+    // written a value of another type meanwhile. False when memory is exhausted.
+    bool copyValue(ItemType* type, uint64_t* payload) const {
+        Value value = m_value;
+        if (value.type() != ItemType::eString) {
+            *type = value.type();
+            *payload = value.payload;
+            return true;
+        }
+        const StringReader reader(m_tree.strings());
+        value = m_item->read(); // again, now that a text stays readable
+        const bool isText = value.type() >= ItemType::eString;
+        *type = isText ? ItemType::eString : value.type();
+        *payload = value.payload;
+        const bool isEmpty = value.type() != ItemType::eString;
+        return !isText ||
+               m_tree.strings().create(isEmpty ? "" : StringBlock::textOf(value.payload), payload);
     }
-    // The place of the first item after i that is not below it.
-    size_t skip(size_t i) const {
-        const uint32_t depth = m_items[i].depth;
-        do {
-            ++i;
-        } while (i < m_items.size() && m_items[i].depth > depth);
-        return i;
-    }
-    // Hands the payload of a value out; a string is the caller's from here on.
-    uint64_t takePayload(size_t i) {
-        const uint64_t payload = m_items[i].payload;
-        m_items[i].payload = 0;
-        return payload;
+
+    // Goes on to the next item: the first child, when there is one and isEntered says so.
+    void step(bool isEntered) {
+        if (isEntered && m_value.type() == ItemType::eDictionary) {
+            m_levels.push_back({m_item, 0});
+        }
+        m_item = nullptr;
+        while (!m_item && !m_levels.empty()) {
+            Level& level = m_levels.back();
+            m_item = m_tree.child(level.dictionary, level.nextChild++);
+            if (!m_item) {
+                m_levels.pop_back();
+            }
+        }
+        if (m_item) {
+            m_value = m_item->read();
+        }
     }
 
 private:
-    void _add(Item* source, uint32_t depth) {
-        const Value value = source->read();
-        m_items.push_back({source, 0, value.type(), depth});
-        if (value.type() != ItemType::eString) {
-            m_items.back().payload = value.payload;
-        } else if (!m_tree.strings().create(StringBlock::textOf(value.payload),
-                                            &m_items.back().payload)) {
-            throw std::bad_alloc();
+    struct Level {
+        Item* dictionary;
+        size_t nextChild;
+    };
+
+    const Tree& m_tree;
+    Item* m_item;
+    Value m_value;
+    std::vector<Level> m_levels; // around the item
+};
+
+// The same, as all of them were in the beginning: for a merge within one tree, which may write to
+// what it has yet to read.
+class PlannedSource {
+public:
+    PlannedSource(const Tree& tree, Item* top) : m_tree(tree) {
+        for (LiveSource source(tree, top); !source.isAtEnd(); source.step(true)) {
+            m_items.push_back({source.item(), 0, source.type(), source.depth()});
+            Entry& entry = m_items.back();
+            if (entry.type != ItemType::eDictionary &&
+                !source.copyValue(&entry.type, &entry.payload)) {
+                _discardAll();
+                throw std::bad_alloc();
+            }
+        }
+    }
+    ~PlannedSource() {
+        _discardAll();
+    }
+    PlannedSource(const PlannedSource&) = delete;
+    PlannedSource& operator=(const PlannedSource&) = delete;
+
+    bool isAtEnd() const {
+        return m_place == m_items.size();
+    }
+    Item* item() const {
+        return m_items[m_place].source;
+    }
+    ItemType type() const {
+        return m_items[m_place].type;
+    }
+    size_t depth() const {
+        return m_items[m_place].depth;
+    }
+
+    bool copyValue(ItemType* type, uint64_t* payload) {
+        *type = m_items[m_place].type;
+        *payload = m_items[m_place].payload;
+        m_items[m_place].payload = 0;
+        return true;
+    }
+
+    void step(bool isEntered) {
+        const size_t left = depth();
+        do {
+            ++m_place;
+        } while (!isEntered && !isAtEnd() && depth() > left);
+    }
+    // Of all items.
+    size_t size() const {
+        return m_items.size();
+    }
+
+private:
+    struct Entry {
+        Item* source;
+        uint64_t payload; // a string's is a copy, the plan's own until it is handed out
+        ItemType type;
+        size_t depth;
+    };
+
+    void _discardAll() {
+        for (const Entry& entry : m_items) {
+            if (entry.type == ItemType::eString) {
+                m_tree.strings().discard(entry.payload);
+            }
         }
     }
 
     const Tree& m_tree;
-    std::vector<PlannedItem> m_items;
-    size_t m_depth = 0;
+    std::vector<Entry> m_items;
+    size_t m_place = 0;
 };
 
-const Item* rootOf(const Item* item) {
-    while (item->parent) {
-        item = item->parent;
-    }
-    return item;
-}
-
-// Carries a plan out.
+// Carries out a merge from one of the sources above.
+template <class Source>
 class Merger {
 public:
-    Merger(Tree& tree, Plan& plan, OnUpdateItemFn onUpdateItemFn, void* userData)
-        : m_tree(tree), m_plan(plan), m_onUpdateItemFn(onUpdateItemFn), m_userData(userData) {}
-
-    // Gets all the memory that run needs besides what it stores. Throws std::bad_alloc when it is
-    // not to be had.
-    void prepare(Item* dst) {
-        // Within one tree, a dictionary that becomes a value could take planned sources with it.
-        m_isOneTree = rootOf(dst) == rootOf(m_plan[0].source);
-        if (m_isOneTree) {
-            m_postponed.reserve(m_plan.size());
+    Merger(Tree& tree, Source& source, OnUpdateItemFn onUpdateItemFn, void* userData)
+        : m_tree(tree), m_source(source), m_onUpdateItemFn(onUpdateItemFn), m_userData(userData) {
+        if constexpr (kIsOneTree) {
+            m_postponed.reserve(source.size());
         }
-        m_parents.resize(m_plan.depth() + 1);
-        m_parents[0] = dst;
     }
 
-    void run(const char* dstPath) {
-        for (size_t i = 0; i < m_plan.size();) {
-            const PlannedItem& item = m_plan[i];
-            const char* path = item.depth == 0 ? dstPath : item.source->name();
-            if (!_isAccepted(i, m_parents[item.depth], path)) {
-                i = m_plan.skip(i);
-                continue;
-            }
-            Item* merged = _write(i, m_parents[item.depth], path);
-            if (!merged) {
-                break;
-            }
-            if (item.type == ItemType::eDictionary) {
-                m_parents[item.depth + 1] = merged;
-            }
-            ++i;
+    // Ends early when memory is exhausted.
+    void run(Item* dst, const char* dstPath) {
+        _enter(dst);
+        while (!m_source.isAtEnd() && _mergeItem(dstPath)) {
         }
         for (const Postponed& write : m_postponed) {
-            const ItemType type = m_plan[write.place].type;
-            m_tree.setValue(write.item, type, m_plan.takePayload(write.place));
+            m_tree.setValue(write.item, write.type, write.payload);
         }
     }
 
 private:
+    // Within one tree, a dictionary that becomes a value could take sources with it.
+    static constexpr bool kIsOneTree = std::is_same_v<Source, PlannedSource>;
+
+    // Where the items of one depth go.
+    struct Level {
+        Item* parent;
+        uint32_t childHash;
+        size_t hint; // the place of the child of the parent that is expected next
+    };
     struct Postponed {
         Item* item;
-        size_t place;
+        ItemType type;
+        uint64_t payload;
     };
 
-    // Whether the planned item goes to path below parent: a dictionary that both sides have is
-    // entered, about all else the caller is asked.
-    bool _isAccepted(size_t place, Item* parent, const char* path) {
-        const PlannedItem& planned = m_plan[place];
-        m_item = m_tree.find(parent, path);
+    void _enter(Item* parent) {
+        m_levels.push_back({parent, parent->childHash(), 0});
+    }
+
+    // Merges the item at hand and goes on to the next. False when memory is exhausted.
+    bool _mergeItem(const char* dstPath) {
+        const size_t depth = m_source.depth();
+        m_levels.resize(depth + 1);
+        m_topPath = depth == 0 ? dstPath : nullptr;
+        m_isTop = depth == 0;
+        _find();
+        const bool isAccepted = _isAccepted();
+        if (isAccepted) {
+            Item* merged =
+                m_source.type() == ItemType::eDictionary ? _writeDictionary() : _writeValue();
+            if (!merged) {
+                return false;
+            }
+            if (m_source.type() == ItemType::eDictionary) {
+                _enter(merged);
+            }
+        }
+        m_source.step(isAccepted);
+        return true;
+    }
+
+    // Looks up where the item goes.
+    void _find() {
+        Level& level = m_levels.back();
+        if (m_isTop) {
+            m_item = m_tree.find(level.parent, m_topPath);
+        } else {
+            const Item& source = *m_source.item();
+            m_item = m_tree.findChildLike(level.parent, source, &level.hint);
+            if (!m_item) {
+                const std::string_view name = source.nameView();
+                m_hash = extendHash(level.childHash, name.data(), name.size());
+                m_item = m_tree.findChildLike(level.parent, source, m_hash);
+            }
+        }
         m_itemType = m_item ? m_item->type() : ItemType::eCount;
-        if (planned.type == ItemType::eDictionary && m_itemType == ItemType::eDictionary) {
+    }
+
+    // A dictionary that both sides have is entered, about all else the caller is asked.
+    bool _isAccepted() {
+        const ItemType type = m_source.type();
+        if (type == ItemType::eDictionary && m_itemType == type) {
             return true;
         }
-        return m_onUpdateItemFn(m_item, m_itemType, planned.source, planned.type, m_userData) ==
+        return m_onUpdateItemFn(m_item, m_itemType, m_source.item(), type, m_userData) ==
                UpdateAction::eOverwrite;
     }
 
-    // Writes the accepted item. The item in the destination, or null when memory is exhausted.
-    Item* _write(size_t place, Item* parent, const char* path) {
-        const ItemType type = m_plan[place].type;
-        if (type == ItemType::eDictionary) {
-            return m_itemType == type ? m_item : m_tree.create(parent, path, type);
+    // Both give the item in the destination, or null when memory is exhausted.
+    Item* _writeDictionary() {
+        if (!m_item) {
+            return _create(ItemType::eDictionary, 0);
         }
-        if (m_itemType == ItemType::eDictionary && m_isOneTree) {
-            m_postponed.push_back({m_item, place});
-            return m_item;
+        if (m_itemType != ItemType::eDictionary) {
+            m_tree.makeDictionary(m_item);
         }
-        if (m_item) {
-            m_tree.setValue(m_item, type, m_plan.takePayload(place));
-            return m_item;
+        return m_item;
+    }
+    Item* _writeValue() {
+        ItemType type;
+        uint64_t payload;
+        if (!m_source.copyValue(&type, &payload)) {
+            return nullptr;
         }
-        Item* item = m_tree.createWith(parent, path, type, m_plan[place].payload);
-        if (item) {
-            m_plan.takePayload(place);
+        Item* item = m_item;
+        if (kIsOneTree && m_itemType == ItemType::eDictionary) {
+            m_postponed.push_back({item, type, payload});
+        } else if (item) {
+            m_tree.setValue(item, type, payload);
+        } else {
+            item = _create(type, payload);
+            if (!item && type == ItemType::eString) {
+                m_tree.strings().discard(payload);
+            }
         }
         return item;
     }
+    Item* _create(ItemType type, uint64_t payload) {
+        Item* parent = m_levels.back().parent;
+        return m_isTop ? m_tree.createWith(parent, m_topPath, type, payload)
+                       : m_tree.createChildLike(parent, *m_source.item(), m_hash, type, payload);
+    }
 
     Tree& m_tree;
-    Plan& m_plan;
+    Source& m_source;
     OnUpdateItemFn m_onUpdateItemFn;
     void* m_userData;
-    bool m_isOneTree = false;
-    Item* m_item = nullptr; // in the destination, where the item at hand goes; may be null
-    ItemType m_itemType = ItemType::eCount;
-    std::vector<Item*> m_parents; // where the items of each depth go
+    std::vector<Level> m_levels; // one more than the item at hand is deep
     std::vector<Postponed> m_postponed;
+
+    // About the item at hand: whether it is the top of the source and its path then, where it goes
+    // (null when there is nothing yet), what that is, and its hash, known when there is nothing.
+    bool m_isTop = true;
+    const char* m_topPath = nullptr;
+    Item* m_item = nullptr;
+    ItemType m_itemType = ItemType::eCount;
+    uint32_t m_hash = 0;
 };
+
+template <class Source>
+void mergeFrom(Tree& tree,
+               Item* dst,
+               const char* dstPath,
+               Item* top,
+               OnUpdateItemFn onUpdateItemFn,
+               void* userData) {
+    try {
+        Source source(tree, top);
+        Merger<Source>(tree, source, onUpdateItemFn, userData).run(dst, dstPath);
+    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): the merge ends there
+    }
+}
 
 } // namespace
 
@@ -209,19 +318,11 @@ void merge(Tree& tree,
            const char* srcPath,
            OnUpdateItemFn onUpdateItemFn,
            void* userData) {
-    Item* top = tree.find(src, srcPath);
-    if (!top) {
-        return;
+    if (Item* top = tree.find(src, srcPath)) {
+        const auto from =
+            rootOf(dst) == rootOf(top) ? mergeFrom<PlannedSource> : mergeFrom<LiveSource>;
+        from(tree, dst, dstPath, top, onUpdateItemFn, userData);
     }
-    Plan plan(tree);
-    Merger merger(tree, plan, onUpdateItemFn, userData);
-    try {
-        plan.read(top);
-        merger.prepare(dst);
-    } catch (const std::bad_alloc&) {
-        return;
-    }
-    merger.run(dstPath);
 }
 
 } // namespace vorn::dictionary

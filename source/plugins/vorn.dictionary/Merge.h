@@ -1,10 +1,11 @@
 // Merging one subtree into another under a callback.
 //
-// The source is read once, before anything is written, into a plan of its items and values in
-// pre-order. So it does not matter whether the destination lies in the source or the source in the
-// destination, nor which values the callback writes; it must not remove items of either.
+// Source and destination are walked side by side, in pre-order. Within one tree the source is read
+// whole before anything is written, so it does not matter whether the destination lies in the
+// source or the source in the destination. The callback must not remove items of either.
 //
-// When memory runs out before the first write, nothing happens; later, the merge ends there.
+// When memory runs out, the merge ends there; within one tree, if before the first write, nothing
+// has happened.
 //
 // Threads: as the operations of Tree it is made of; no lock is held while the callback runs.
 #pragma once

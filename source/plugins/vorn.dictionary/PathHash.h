@@ -39,6 +39,11 @@ inline uint64_t crcWord(uint64_t crc, uint64_t word) {
     return crc;
 }
 
+inline uint32_t crcByte(uint32_t crc, char byte) {
+    asm("crc32b %1, %0" : "+r"(crc) : "rm"(byte));
+    return crc;
+}
+
 // Reference form, for processors without the instruction.
 inline uint32_t extendBytewise(uint32_t state, const char* text, size_t length) {
     for (size_t i = 0; i < length; ++i) {
@@ -55,40 +60,27 @@ inline uint64_t loadWord(const char* text) {
     return word;
 }
 
-// The last `count` bytes of a word, at most 8: as a mask, and as the factor that moves the low
-// bytes of a word there. Tables, because shifts by a variable cost more.
-struct LastBytes {
-    uint64_t mask;
-    uint64_t factor;
+// The factor that moves the low `count` bytes of a word to its end.
+inline constexpr uint64_t kMoveToEnd[9] = {
+    0, 1ull << 56, 1ull << 48, 1ull << 40, 1ull << 32, 1ull << 24, 1ull << 16, 1ull << 8, 1ull,
 };
-inline constexpr LastBytes kLastBytes[9] = {
-    {0x0000000000000000, 0},          {0xff00000000000000, 1ull << 56},
-    {0xffff000000000000, 1ull << 48}, {0xffffff0000000000, 1ull << 40},
-    {0xffffffff00000000, 1ull << 32}, {0xffffffffff000000, 1ull << 24},
-    {0xffffffffffff0000, 1ull << 16}, {0xffffffffffffff00, 1ull << 8},
-    {0xffffffffffffffff, 1ull},
+// The last `count` bytes of a word.
+inline constexpr uint64_t kLastBytes[9] = {
+    0x0000000000000000, 0xff00000000000000, 0xffff000000000000,
+    0xffffff0000000000, 0xffffffff00000000, 0xffffffffff000000,
+    0xffffffffffff0000, 0xffffffffffffff00, 0xffffffffffffffff,
 };
-
-// The bytes of text that end at `end`, in the last bytes of a word; what stands in front of them
-// is arbitrary. text has `length` bytes. REQUIRES: 0 < end <= length.
-inline uint64_t loadWordEndingAt(const char* text, size_t end, size_t length) {
-    if (end >= 8) [[likely]] {
-        return loadWord(text + end - 8);
-    }
-    if (length >= 8) [[likely]] {
-        return loadWord(text) * kLastBytes[end].factor;
-    }
-    uint64_t word = 0;
-    for (size_t i = 0; i < end; ++i) {
-        word = word >> 8 | static_cast<uint64_t>(static_cast<unsigned char>(text[i])) << 56;
-    }
-    return word;
-}
 
 // The state after length more bytes. REQUIRES: length > 0.
 inline uint32_t extendHash(uint32_t state, const char* text, size_t length) {
     if (!detail::g_hasCrcInstruction) [[unlikely]] {
         return detail::extendBytewise(state, text, length);
+    }
+    if (length < 8) [[unlikely]] {
+        for (size_t i = 0; i < length; ++i) {
+            state = detail::crcByte(state, text[i]);
+        }
+        return state;
     }
     // Few branches that depend on the length: where paths of many lengths are looked up in turn,
     // each would be guessed wrong time and again.
@@ -98,19 +90,17 @@ inline uint32_t extendHash(uint32_t state, const char* text, size_t length) {
         crc = detail::crcWord(crc, loadWord(text + position));
         crc = detail::crcWord(crc, loadWord(text + position + 8));
     }
-    if (length >= 8) [[likely]] {
-        const bool hasMore = length - position > 8;
-        const uint64_t more = detail::crcWord(crc, loadWord(text + (hasMore ? position : 0)));
-        crc = hasMore ? more : crc;
-        position += hasMore ? 8 : 0;
-    }
+    const bool hasMore = length - position > 8;
+    const uint64_t more = detail::crcWord(crc, loadWord(text + (hasMore ? position : 0)));
+    crc = hasMore ? more : crc;
+    position += hasMore ? 8 : 0;
     // The last 1 to 8 bytes in one step: leading zero bytes leave a zero state alone, so they go
     // to the end of a word, with the state folded into them instead of passed along. What of the
     // state reaches beyond the bytes is added afterwards.
     __extension__ typedef unsigned __int128 Product;
-    const LastBytes& rest = kLastBytes[length - position];
-    const Product moved = static_cast<Product>(crc) * rest.factor;
-    const uint64_t last = loadWordEndingAt(text, length, length) & rest.mask;
+    const size_t rest = length - position;
+    const Product moved = static_cast<Product>(crc) * kMoveToEnd[rest];
+    const uint64_t last = loadWord(text + length - 8) & kLastBytes[rest];
     const uint64_t mixed = detail::crcWord(0, last ^ static_cast<uint64_t>(moved));
     return static_cast<uint32_t>(mixed ^ static_cast<uint64_t>(moved >> 64));
 }

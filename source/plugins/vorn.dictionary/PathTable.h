@@ -32,34 +32,22 @@ public:
     // The item of that hash which accept(item) confirms, or null.
     template <class Accept>
     Item* find(uint32_t hash, Accept accept) const {
-        for (;;) {
-            const uint64_t generation = m_generation.load(std::memory_order_acquire);
-            const Table* table = m_table.load(std::memory_order_acquire);
-            if (table) {
-                const uint32_t indexMask = table->indexMask;
-                const uint32_t mixed = _mix(hash);
-                for (size_t first = _firstOf(mixed, indexMask);;
-                     first = (first + kGroupSize) & indexMask) {
-                    const std::atomic<uint32_t>* slots = table->slots() + first;
-                    const Group group(slots);
-                    // A removed slot may fit too; it leads to an item that matches nothing.
-                    for (unsigned fits = group.findTag(mixed, ~indexMask); fits; fits &= fits - 1) {
-                        const uint32_t slot =
-                            slots[__builtin_ctz(fits)].load(std::memory_order_acquire);
-                        Item* item = m_items.at(slot & indexMask);
-                        if (item->hash.load(std::memory_order_acquire) == hash && accept(item)) {
-                            return item;
-                        }
-                    }
-                    if (group.findTag(kEmpty, ~uint32_t{0})) {
-                        break;
-                    }
-                }
+        const uint64_t generation = m_generation.load(std::memory_order_acquire);
+        const Table* table = m_table.load(std::memory_order_acquire);
+        if (table) [[likely]] {
+            const size_t first = _firstOf(_mix(hash), table->indexMask);
+            bool isLast = false;
+            if (Item* item = _findInGroup(*table, first, hash, accept, &isLast)) [[likely]] {
+                return item;
             }
-            if (m_generation.load(std::memory_order_acquire) == generation) {
-                return nullptr;
+            if (!isLast) [[unlikely]] {
+                return _findBeyond(hash, accept);
             }
         }
+        if (m_generation.load(std::memory_order_acquire) != generation) [[unlikely]] {
+            return _findBeyond(hash, accept);
+        }
+        return nullptr;
     }
 
     // Makes sure that count more items can be inserted. False when memory is exhausted.
@@ -130,6 +118,44 @@ private:
             return sizeof(Table) + size() * sizeof(uint32_t);
         }
     };
+
+    // The item in the group of slots from first on; isLast tells whether probing ends here.
+    template <class Accept>
+    [[gnu::always_inline]] Item* _findInGroup(
+        const Table& table, size_t first, uint32_t hash, Accept accept, bool* isLast) const {
+        const uint32_t indexMask = table.indexMask;
+        const std::atomic<uint32_t>* slots = table.slots() + first;
+        const Group group(slots);
+        // A removed slot may fit too; it leads to an item that matches nothing.
+        for (unsigned fits = group.findTag(_mix(hash), ~indexMask); fits; fits &= fits - 1) {
+            const uint32_t slot = slots[__builtin_ctz(fits)].load(std::memory_order_acquire);
+            Item* item = m_items.at(slot & indexMask);
+            if (item->hash.load(std::memory_order_acquire) == hash && accept(item)) [[likely]] {
+                return item;
+            }
+        }
+        *isLast = group.findTag(kEmpty, ~uint32_t{0}) != 0;
+        return nullptr;
+    }
+
+    // The whole search, however many groups and tables it takes.
+    template <class Accept>
+    [[gnu::noinline]] Item* _findBeyond(uint32_t hash, Accept accept) const {
+        for (;;) {
+            const uint64_t generation = m_generation.load(std::memory_order_acquire);
+            const Table* table = m_table.load(std::memory_order_acquire);
+            bool isLast = !table;
+            for (size_t first = table ? _firstOf(_mix(hash), table->indexMask) : 0; !isLast;
+                 first = (first + kGroupSize) & table->indexMask) {
+                if (Item* item = _findInGroup(*table, first, hash, accept, &isLast)) {
+                    return item;
+                }
+            }
+            if (m_generation.load(std::memory_order_acquire) == generation) {
+                return nullptr;
+            }
+        }
+    }
 
     // Every bit of the result depends on every bit of the hash.
     static uint32_t _mix(uint32_t hash) {

@@ -1,9 +1,8 @@
 #include "Tree.h"
 
-#include "ElementName.h"
-
 #include <algorithm>
 #include <cstdlib>
+#include <new>
 
 namespace vorn::dictionary {
 
@@ -13,6 +12,13 @@ namespace {
 bool isPossiblePath(std::string_view path) {
     return !path.empty() && path.front() != '/' && path.back() != '/' &&
            path.find("//") == std::string_view::npos;
+}
+
+// Marks an index as that of a new item. Indices have 31 bits.
+constexpr uint32_t kNewMark = 1u << 31;
+
+uint64_t payloadOf(const Branch* branch) {
+    return reinterpret_cast<uintptr_t>(branch);
 }
 
 } // namespace
@@ -34,9 +40,25 @@ Item* Tree::createWith(Item* parent, const char* path, ItemType type, uint64_t p
     bool isNew = false;
     Item* item = _findOrCreate(parent, path ? path : "", {type, payload}, &isNew);
     if (item && !isNew) {
-        _setValue(item, type, payload);
+        _overwrite(item, type, payload);
     }
     return item;
+}
+
+Item* Tree::createChildLike(
+    Item* parent, const Item& like, uint32_t hash, ItemType type, uint64_t payload) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    Item* item = findChildLike(parent, like, hash);
+    if (!item) {
+        return _createChild(parent, like.nameView(), hash, {type, payload});
+    }
+    _overwrite(item, type, payload);
+    return item;
+}
+
+void Tree::makeDictionary(Item* item) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    _overwrite(item, ItemType::eDictionary, 0);
 }
 
 // An item that exists is returned as it is.
@@ -44,11 +66,33 @@ Item* Tree::_findOrCreate(Item* parent, std::string_view path, Content content, 
     if (!parent || content.type >= ItemType::eCount) {
         return nullptr;
     }
-    if (Item* item = find(parent, path.data(), path.size())) {
+    if (path.empty()) {
+        return parent;
+    }
+    // The longest part of the path that exists, without the last name.
+    Item* anchor = nullptr;
+    size_t known = path.size();
+    while (!anchor) {
+        const size_t slash = path.rfind('/', known - 1);
+        known = slash == std::string_view::npos ? 0 : slash;
+        anchor = find(parent, path.data(), known);
+    }
+    const std::string_view missing = path.substr(known == 0 ? 0 : known + 1);
+    if (missing.empty()) {
+        return nullptr;
+    }
+    const uint32_t hash = extendHash(anchor->childHash(), missing.data(), missing.size());
+    Item* item = m_paths.find(hash, [&](const Item* candidate) {
+        return candidate->parent() == anchor && candidate->nameView() == missing;
+    });
+    if (item) {
         return item;
     }
     *isNew = true;
-    return isPossiblePath(path) ? _createBelow(parent, path, content) : nullptr;
+    if (missing.find('/') == std::string_view::npos) {
+        return _createChild(anchor, missing, hash, content);
+    }
+    return isPossiblePath(missing) ? _createBelow(anchor, missing, content) : nullptr;
 }
 
 Item* Tree::createRoot(const char* name, ItemType type) {
@@ -60,165 +104,228 @@ Item* Tree::createRoot(const char* name, ItemType type) {
     if (!m_paths.reserve(1)) {
         return nullptr;
     }
-    const uint32_t index = _newItem(nullptr, name ? name : "", m_nextRootHash, {type});
-    if (index == ItemPool::kNoItem) {
+    const uint32_t index = _newItem(&Branch::ofRoots, name ? name : "", m_nextRootHash, {type});
+    if (index == kNoItem) {
         return nullptr;
     }
     m_nextRootHash += kStep;
+    m_paths.insert(index);
     return m_items.at(index);
 }
 
-// Creates the item at a path that does not exist yet.
-Item* Tree::_createBelow(Item* parent, std::string_view path, Content content) {
-    // The longest part of the path that exists, and what is missing below it.
-    Item* anchor = nullptr;
-    size_t known = path.size();
-    while (!anchor) {
-        const size_t slash = path.rfind('/', known - 1);
-        known = slash == std::string_view::npos ? 0 : slash;
-        anchor = find(parent, path.data(), known);
-    }
-    const std::string_view missing = path.substr(known == 0 ? 0 : known + 1);
-    const auto separators = std::count(missing.begin(), missing.end(), '/');
-    if (!m_paths.reserve(static_cast<size_t>(separators) + 1)) {
+// Creates the child of that name, which does not exist yet; null when memory is exhausted.
+Item* Tree::_createChild(Item* parent, std::string_view name, uint32_t hash, Content content) {
+    Branch* branch = m_paths.reserve(1) ? _roomForChild(parent) : nullptr;
+    if (!branch) {
         return nullptr;
     }
-
-    // A value on the way keeps what it holds until all that is needed is there.
-    const bool isDictionary = anchor->type() == ItemType::eDictionary;
-    ChildList* siblings = isDictionary ? _roomForChild(anchor) : m_childLists.allocate(1);
-    if (!siblings) {
+    const uint32_t index = _newItem(branch, name, hash, content);
+    if (index == kNoItem) {
+        _attach(parent, branch, kNoItem);
         return nullptr;
     }
-    uint32_t topIndex = ItemPool::kNoItem;
-    Item* item = _createChain(anchor, missing, content, &topIndex);
-    if (!item) {
-        if (!isDictionary) {
-            m_childLists.deallocate(siblings);
-        }
-        return nullptr;
-    }
-    siblings->put(siblings->size(), topIndex);
-    siblings->setSize(siblings->size() + 1);
-    if (!isDictionary) {
-        _setValue(anchor, ItemType::eDictionary, reinterpret_cast<uintptr_t>(siblings));
-    }
-    return item;
+    m_paths.insert(index); // first: whoever sees it in the list can also find it
+    _attach(parent, branch, index);
+    return m_items.at(index);
 }
 
-// Creates an item for each name of the path, each below the one before, the first below the
-// anchor; the anchor does not list it yet. The last one, or null and nothing left behind.
-Item* Tree::_createChain(Item* anchor, std::string_view path, Content content, uint32_t* topIndex) {
+// Creates the item at a possible path of several names, of which the first does not exist yet;
+// null, with nothing changed, when memory is exhausted.
+Item* Tree::_createBelow(Item* anchor, std::string_view path, Content content) {
+    const auto separators = std::count(path.begin(), path.end(), '/');
+    const bool hasRoom = m_paths.reserve(static_cast<size_t>(separators) + 1);
+    Branch* top = hasRoom ? _roomForChild(anchor) : nullptr;
+    if (!top) {
+        return nullptr;
+    }
     Item* item = anchor;
+    Branch* branch = top;
+    uint32_t topIndex = ItemPool::kNoItem;
     for (size_t begin = 0; begin < path.size();) {
         const size_t end = std::min(path.find('/', begin), path.size());
         const Content own = end == path.size() ? content : Content{ItemType::eDictionary};
-        ChildList* siblings = item == anchor ? nullptr : _roomForChild(item);
-        uint32_t index = ItemPool::kNoItem;
-        if (siblings || item == anchor) {
-            index = _newChild(item, path.substr(begin, end - begin), own);
-        }
-        if (index == ItemPool::kNoItem) {
-            if (item != anchor) {
-                _destroyItems(m_items.at(*topIndex));
-            }
+        const std::string_view name = path.substr(begin, end - begin);
+        branch = item == anchor ? top : _roomForChild(item);
+        const uint32_t index = branch ? _newChild(branch, name, own) : kNoItem;
+        if (index == kNoItem) {
+            _discardChain(item, anchor, topIndex);
+            _attach(anchor, top, kNoItem);
             return nullptr;
         }
-        if (siblings) {
-            siblings->put(0, index);
-            siblings->setSize(1);
+        if (item == anchor) {
+            topIndex = index;
         } else {
-            *topIndex = index;
+            _list(branch, index);
         }
         item = m_items.at(index);
         begin = end + 1;
     }
+    // Nothing can fail from here on.
+    m_paths.insert(topIndex);
+    for (const Item* parent = m_items.at(topIndex); parent != item;) {
+        const uint32_t index = _childrenOf(parent->read())->indexAt(0);
+        m_paths.insert(index);
+        parent = m_items.at(index);
+    }
+    _attach(anchor, top, topIndex);
     return item;
 }
 
-uint32_t Tree::_newChild(Item* parent, std::string_view name, Content content) {
-    const uint32_t start = extendHashBySeparator(parent->hash.load(std::memory_order_relaxed));
-    return _newItem(parent, name, extendHash(start, name.data(), name.size()), content);
+// Takes back new items that are in no table yet: the last of a chain and those above it, up to the
+// anchor, which does not list the top one.
+void Tree::_discardChain(Item* last, const Item* anchor, uint32_t topIndex) {
+    for (Item* item = last; item != anchor;) {
+        Item* parent = item->parent();
+        const bool isTop = parent == anchor;
+        const uint32_t index = isTop ? topIndex : _childrenOf(parent->read())->indexAt(0);
+        _freeContents(item);
+        m_items.deallocate(index);
+        item = parent;
+    }
 }
 
-// A new item, in the table but in no list of children; kNoItem when memory is exhausted. REQUIRES:
-// room reserved in the table.
-uint32_t Tree::_newItem(Item* parent, std::string_view name, uint32_t hash, Content content) {
+uint32_t Tree::_newChild(const Branch* branch, std::string_view name, Content content) {
+    const uint32_t hash = extendHash(branch->childHash, name.data(), name.size());
+    return _newItem(branch, name, hash, content);
+}
+
+// A new item, in no table and no list of children yet; kNoItem when memory is exhausted.
+uint32_t
+Tree::_newItem(const Branch* branch, std::string_view name, uint32_t hash, Content content) {
     const uint32_t index = m_items.allocate();
-    if (index == ItemPool::kNoItem) {
-        return index;
+    if (index == kNoItem) {
+        return kNoItem;
     }
     Item* item = m_items.at(index);
-    item->parent = parent;
-    if (!_setName(item, name, content.type)) {
-        m_items.deallocate(index);
-        return ItemPool::kNoItem;
+    if (name.size() <= Item::kInlineNameCapacity) {
+        item->setInlineName(name);
+    } else {
+        const bool fits = name.size() <= Item::kMaxNameLength;
+        auto* block = static_cast<char*>(fits ? m_blocks.allocate(name.size() + 1) : nullptr);
+        if (!block) {
+            m_items.deallocate(index);
+            return kNoItem;
+        }
+        item->setFarName(block, name);
     }
-    if (!parent) {
-        item->farName.root = index;
-    }
+    item->branch = branch;
     const Value lastLife = item->read();
     item->payload.store(content.payload, std::memory_order_relaxed);
     item->head.store(lastLife.nextHead(content.type), std::memory_order_release);
     item->hash.store(hash, std::memory_order_release);
-    m_paths.insert(index);
     return index;
 }
 
-// Keeps the whole path of a dictionary with its name. False when memory is exhausted.
-bool Tree::_setName(Item* item, std::string_view name, ItemType type) {
-    if (name.size() > Item::kMaxNameLength) {
-        return false;
-    }
-    const Item* parent = item->parent;
-    const bool isPathKept = type == ItemType::eDictionary && parent && parent->hasPath() &&
-                            parent->farName.pathLength + 1 + name.size() <= Item::kMaxKeptPath;
-    if (parent && !isPathKept && name.size() <= Item::kInlineNameCapacity) {
-        item->setInlineName(name);
-        return true;
-    }
-    const std::string_view parentPath = isPathKept ? parent->path() : std::string_view();
-    if (!item->setFarName(name, parentPath, isPathKept)) {
-        return false;
-    }
-    if (isPathKept) {
-        item->farName.root = parent->farName.root;
-    }
-    return true;
-}
+// ----------------------------------------------------------------------------------- branches
 
-// The child list of a dictionary, with room for one more entry; null when memory is exhausted.
-ChildList* Tree::_roomForChild(Item* dictionary) {
-    Value value = dictionary->read();
-    ChildList* list = value.children();
-    const size_t size = list ? list->size() : 0;
-    if (list && size < list->capacity()) {
-        return list;
-    }
-    ChildList* larger = m_childLists.allocate(size + 1);
-    if (!larger) {
+// The branch of a dictionary's children, not known to it yet; null when memory is exhausted.
+Branch* Tree::_newBranch(Item* owner) {
+    const Branch& above = *owner->branch;
+    const size_t pathLength = above.hasPath() ? above.pathLength + owner->nameLength + 1 : 0;
+    const bool isKept = owner->isRoot() || (above.hasPath() && pathLength <= Branch::kMaxKeptPath);
+    void* memory = m_blocks.allocate(sizeof(Branch) + (isKept ? pathLength : 0));
+    if (!memory) {
         return nullptr;
     }
-    for (size_t i = 0; i < size; ++i) {
-        larger->put(i, list->indexAt(i));
+    auto* branch = new (memory) Branch{owner,
+                                       owner->isRoot() ? owner : above.root,
+                                       isKept ? pathLength : Branch::kNoPath,
+                                       {nullptr},
+                                       {0},
+                                       owner->childHash()};
+    if (isKept && !owner->isRoot()) {
+        char* end = std::copy_n(above.path(), above.pathLength, branch->path());
+        end += owner->nameView().copy(end, owner->nameLength);
+        *end = '/';
     }
-    larger->setSize(size);
-    // The lock keeps a dictionary as it is: this takes one step.
-    dictionary->exchange(
-        value, {value.nextHead(ItemType::eDictionary), reinterpret_cast<uintptr_t>(larger)});
-    m_childLists.deallocate(list);
-    return larger;
+    return branch;
+}
+
+void Tree::_freeBranch(Branch* branch) {
+    m_childLists.deallocate(branch->children.load(std::memory_order_relaxed));
+    m_blocks.deallocate(branch);
+}
+
+// The branch that parent has, or for a value is to get, with room for one more child; null when
+// memory is exhausted. To be followed by _attach.
+Branch* Tree::_roomForChild(Item* parent) {
+    Value value = parent->read();
+    const bool isDictionary = value.type() == ItemType::eDictionary;
+    const bool isNew = !isDictionary || !value.branch();
+    Branch* branch = isNew ? _newBranch(parent) : value.branch();
+    if (!branch) {
+        return nullptr;
+    }
+    ChildList* list = branch->children.load(std::memory_order_relaxed);
+    const size_t size = list ? list->size() : 0;
+    if (!list || size == list->capacity()) {
+        ChildList* larger = m_childLists.allocate(size + 1);
+        if (!larger) {
+            if (isNew) {
+                _freeBranch(branch);
+            }
+            return nullptr;
+        }
+        for (size_t i = 0; i < size; ++i) {
+            larger->put(i, list->indexAt(i));
+        }
+        larger->setSize(size);
+        m_childLists.deallocate(_replaceChildren(branch, larger));
+    }
+    if (isNew && isDictionary) {
+        // The lock keeps a dictionary as it is: this takes one step.
+        parent->exchange(value, {value.nextHead(ItemType::eDictionary), payloadOf(branch)});
+    }
+    return branch;
+}
+
+// Gives the branch another list of children and returns the one before, for readers to find that
+// they must look again before it is used for anything else.
+ChildList* Tree::_replaceChildren(Branch* branch, ChildList* children) {
+    ChildList* before = branch->children.exchange(children, std::memory_order_acq_rel);
+    Value value = branch->owner->read();
+    if (before && value.type() == ItemType::eDictionary) {
+        branch->owner->exchange(value, {value.nextHead(value.type()), value.payload});
+    }
+    return before;
+}
+
+// Ends what _roomForChild began: with the new child, or kNoItem when there is none.
+void Tree::_attach(Item* parent, Branch* branch, uint32_t index) {
+    const bool isDictionary = parent->type() == ItemType::eDictionary;
+    if (index != kNoItem) {
+        _list(branch, index);
+        if (!isDictionary) {
+            _setValue(parent, ItemType::eDictionary, payloadOf(branch));
+        }
+    } else if (!isDictionary) {
+        _freeBranch(branch);
+    }
+}
+
+// Puts the item behind the other children. REQUIRES: there is room.
+void Tree::_list(Branch* branch, uint32_t index) {
+    ChildList* children = branch->children.load(std::memory_order_relaxed);
+    const size_t size = children->size();
+    children->put(size, index);
+    children->setSize(size + 1);
+    const bool isInOrder = branch->inOrder.load(std::memory_order_relaxed) == size;
+    if (isInOrder && elementIndexOf(m_items.at(index)->nameView()) == size) {
+        branch->inOrder.store(static_cast<uint32_t>(size + 1), std::memory_order_release);
+    }
 }
 
 // -------------------------------------------------------------------------------- overwriting
 
 // Stores type and payload, whatever the item held, and lets go of what that was.
 void Tree::_setValue(Item* item, ItemType type, uint64_t payload) {
-    const Value before = _replaceValue(item, type, payload);
-    if (before.type() == ItemType::eString) {
-        m_strings.retire(before.payload);
-    } else if (before.type() == ItemType::eDictionary) {
-        _destroyChildren(before.children());
+    _letGo(_replaceValue(item, type, payload));
+}
+
+// The same, but a dictionary that is to be one stays as it is.
+void Tree::_overwrite(Item* item, ItemType type, uint64_t payload) {
+    if (type != ItemType::eDictionary || item->type() != type) {
+        _setValue(item, type, payload);
     }
 }
 
@@ -230,11 +337,24 @@ Value Tree::_replaceValue(Item* item, ItemType type, uint64_t payload) {
     return value;
 }
 
+void Tree::_letGo(const Value& value) {
+    if (value.type() == ItemType::eString) {
+        m_strings.retire(value.payload);
+    } else if (value.type() == ItemType::eDictionary && value.branch()) {
+        _destroyChildren(value.branch());
+    }
+}
+
 // ------------------------------------------------------------------------------------- arrays
 
 // No two children have one name, so n names below "n" are all of them.
 size_t Tree::arrayLength(const Item* item) const {
     const size_t length = childCount(item);
+    const Value value = item->read();
+    if (length > 0 && value.type() == ItemType::eDictionary && value.branch() &&
+        value.branch()->inOrder.load(std::memory_order_acquire) == length) {
+        return length;
+    }
     for (size_t i = 0; i < length; ++i) {
         const Item* element = child(item, i);
         if (!element || elementIndexOf(element->nameView()) >= length) {
@@ -248,98 +368,91 @@ size_t Tree::arrayLength(const Item* item) const {
 // stay, missing ones are created with the type, all others are destroyed. False, with nothing
 // changed, when memory is exhausted.
 bool Tree::_arrangeElements(Item* array, size_t length, ItemType type) {
-    if (_hasElementsInOrder(array, length)) {
+    const Value before = array->read();
+    const bool isDictionary = before.type() == ItemType::eDictionary;
+    Branch* branch = isDictionary ? before.branch() : nullptr;
+    if (length == 0) {
+        if (!isDictionary || branch) {
+            _setValue(array, ItemType::eDictionary, 0);
+        }
         return true;
     }
-    ChildList* elements = nullptr;
-    if (length > 0) {
-        elements = _listElements(array, length, type);
-        if (!elements) {
-            return false;
-        }
+    if (branch && childCount(array) == length && branch->inOrder == length) {
+        return true;
     }
-    const Value before =
-        _replaceValue(array, ItemType::eDictionary, reinterpret_cast<uintptr_t>(elements));
-    if (before.type() == ItemType::eString) {
-        m_strings.retire(before.payload);
-    } else if (before.type() == ItemType::eDictionary && before.children()) {
-        // Only what the new list does not keep goes away with the old one.
-        ChildList* children = before.children();
-        size_t dropped = 0;
-        for (size_t i = 0; i < children->size(); ++i) {
-            const uint32_t index = children->indexAt(i);
-            if (elementIndexOf(m_items.at(index)->nameView()) >= length) {
-                children->put(dropped++, index);
-            }
+    const bool isNew = !branch;
+    branch = isNew ? _newBranch(array) : branch;
+    ChildList* elements = branch ? _listElements(branch, length, type) : nullptr;
+    if (!elements) {
+        if (branch && isNew) {
+            _freeBranch(branch);
         }
-        children->setSize(dropped);
-        _destroyChildren(children);
-    }
-    return true;
-}
-
-// Whether the children are exactly the elements of an array of that length, in order.
-bool Tree::_hasElementsInOrder(const Item* array, size_t length) const {
-    if (array->type() != ItemType::eDictionary || childCount(array) != length) {
         return false;
     }
-    ChildList* children = array->read().children();
-    ElementName name;
-    for (size_t i = 0; i < length; ++i, name.next()) {
-        // Both hold the digits at the end, behind zeros.
-        const Item* element = m_items.at(children->indexAt(i));
-        if (element->isFar ? element->nameView() != name.view()
-                           : std::memcmp(element->inlineName, name.paddedText(),
-                                         sizeof(element->inlineName)) != 0) {
-            return false;
+    ChildList* children = _replaceChildren(branch, elements);
+    branch->inOrder.store(static_cast<uint32_t>(length), std::memory_order_release);
+    if (isNew) {
+        _setValue(array, ItemType::eDictionary, payloadOf(branch));
+    }
+    if (children) {
+        for (size_t i = 0; i < children->size(); ++i) {
+            Item* child = m_items.at(children->indexAt(i));
+            if (elementIndexOf(child->nameView()) >= length) {
+                _destroyItems(child);
+            }
         }
+        m_childLists.deallocate(children);
     }
     return true;
 }
 
 // A list of the elements of an array: existing children where there are any, else new ones. Null,
 // with nothing left behind, when memory is exhausted. REQUIRES: length > 0.
-ChildList* Tree::_listElements(Item* array, size_t length, ItemType type) {
+ChildList* Tree::_listElements(Branch* branch, size_t length, ItemType type) {
     ChildList* elements = m_childLists.allocate(length);
     if (!elements) {
         return nullptr;
     }
     for (size_t i = 0; i < length; ++i) {
-        elements->put(i, ItemPool::kNoItem);
+        elements->put(i, kNoItem);
     }
-    const size_t existing = _putExisting(elements, array, length, true);
-    bool isComplete = m_paths.reserve(length - existing);
+    bool isComplete = m_paths.reserve(length - _putExisting(elements, branch, length));
     ElementName name;
     for (size_t i = 0; i < length && isComplete; ++i, name.next()) {
-        if (elements->indexAt(i) == ItemPool::kNoItem) {
-            elements->put(i, _newChild(array, name.view(), {type}));
-            isComplete = elements->indexAt(i) != ItemPool::kNoItem;
+        if (elements->indexAt(i) == kNoItem) {
+            const uint32_t index = _newChild(branch, name.view(), {type});
+            isComplete = index != kNoItem;
+            elements->put(i, isComplete ? index | kNewMark : kNoItem);
         }
     }
-    if (isComplete) {
-        elements->setSize(length);
-        return elements;
-    }
-    _putExisting(elements, array, length, false);
     for (size_t i = 0; i < length; ++i) {
-        if (elements->indexAt(i) != ItemPool::kNoItem) {
-            _destroyItems(m_items.at(elements->indexAt(i)));
+        const uint32_t index = elements->indexAt(i) & ~kNewMark;
+        const bool isNew = elements->indexAt(i) != index;
+        elements->put(i, index);
+        if (isNew && isComplete) {
+            m_paths.insert(index);
+        } else if (isNew) {
+            _freeContents(m_items.at(index));
+            m_items.deallocate(index);
         }
     }
-    m_childLists.deallocate(elements);
-    return nullptr;
+    if (!isComplete) {
+        m_childLists.deallocate(elements);
+        return nullptr;
+    }
+    elements->setSize(length);
+    return elements;
 }
 
-// Puts the children that are elements into their places in a list, or takes them out again; how
-// many there are.
-size_t Tree::_putExisting(ChildList* elements, const Item* array, size_t length, bool isPut) {
+// Puts the children that are elements into their places in a list; how many there are.
+size_t Tree::_putExisting(ChildList* elements, const Branch* branch, size_t length) {
+    ChildList* children = branch->children.load(std::memory_order_relaxed);
     size_t existing = 0;
-    const Value value = array->read();
-    for (size_t i = 0; i < childCount(array); ++i) {
-        const uint32_t index = value.children()->indexAt(i);
+    for (size_t i = 0; children && i < children->size(); ++i) {
+        const uint32_t index = children->indexAt(i);
         const size_t place = elementIndexOf(m_items.at(index)->nameView());
         if (place < length) {
-            elements->put(place, isPut ? index : ItemPool::kNoItem);
+            elements->put(place, index);
             ++existing;
         }
     }
@@ -350,15 +463,15 @@ size_t Tree::_putExisting(ChildList* elements, const Item* array, size_t length,
 
 void Tree::destroy(Item* item) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (item->parent) {
-        _detach(item);
+    if (Item* parent = item->parent()) {
+        _detach(parent->read().branch(), item);
     }
     _destroyItems(item);
 }
 
-// Takes an item out of its parent's list; the order of the others stays.
-void Tree::_detach(const Item* item) {
-    ChildList* siblings = item->parent->read().children();
+// Takes an item out of the list of children; the order of the others stays.
+void Tree::_detach(Branch* branch, const Item* item) {
+    ChildList* siblings = branch->children.load(std::memory_order_relaxed);
     const size_t size = siblings->size();
     // Mostly the first or the last ones are destroyed: look from both ends.
     size_t place = 0;
@@ -367,6 +480,9 @@ void Tree::_detach(const Item* item) {
             place = size - 1 - place;
             break;
         }
+    }
+    if (place < branch->inOrder.load(std::memory_order_relaxed)) {
+        branch->inOrder.store(static_cast<uint32_t>(place), std::memory_order_release);
     }
     for (; place + 1 < size; ++place) {
         siblings->put(place, siblings->indexAt(place + 1));
@@ -377,15 +493,14 @@ void Tree::_detach(const Item* item) {
 // Destroys an item that no list holds any more, and all below it, children before parents.
 void Tree::_destroyItems(Item* top) {
     for (Item* item = top;;) {
-        const Value value = item->read();
-        ChildList* children = value.type() == ItemType::eDictionary ? value.children() : nullptr;
+        ChildList* children = _childrenOf(item->read());
         if (children && children->size() > 0) {
             const size_t last = children->size() - 1;
             item = m_items.at(children->indexAt(last));
             children->setSize(last);
             continue;
         }
-        Item* parent = item->parent;
+        Item* parent = item->parent();
         const uint32_t index = m_paths.remove(item);
         _freeContents(item);
         m_items.deallocate(index);
@@ -396,30 +511,31 @@ void Tree::_destroyItems(Item* top) {
     }
 }
 
-// Destroys what a list holds and gives the list back. Null is ignored.
-void Tree::_destroyChildren(ChildList* children) {
-    if (!children) {
-        return;
-    }
-    for (size_t size = children->size(); size > 0; --size) {
+// Destroys all children and the branch.
+void Tree::_destroyChildren(Branch* branch) {
+    ChildList* children = branch->children.load(std::memory_order_relaxed);
+    for (size_t size = children ? children->size() : 0; size > 0; --size) {
         Item* item = m_items.at(children->indexAt(size - 1));
         children->setSize(size - 1);
         _destroyItems(item);
     }
-    m_childLists.deallocate(children);
+    _freeBranch(branch);
 }
 
-// Marks an item as dead and frees what it owns.
+// Marks an item as dead and frees what it owns, but for its children.
 void Tree::_freeContents(Item* item) {
+    // No lookup that begins from here on takes the item for what it was.
+    item->hash.store(~item->hash.load(std::memory_order_relaxed), std::memory_order_release);
     const Value value = _replaceValue(item, kDeadType, 0);
     if (value.type() == ItemType::eString) {
         m_strings.retire(value.payload);
-    } else if (value.type() == ItemType::eDictionary) {
-        m_childLists.deallocate(value.children());
+    } else if (value.type() == ItemType::eDictionary && value.branch()) {
+        _freeBranch(value.branch());
     }
-    // No lookup that begins from here on takes the item for what it was.
-    item->hash.store(~item->hash.load(std::memory_order_relaxed), std::memory_order_release);
-    item->freeName();
+    if (item->isFar) {
+        m_blocks.deallocate(item->farName);
+    }
+    item->setInlineName({});
 }
 
 void Tree::release() {
@@ -430,6 +546,7 @@ void Tree::release() {
     }
     m_strings.release();
     m_childLists.release();
+    m_blocks.release();
     m_paths.release();
     m_items.release();
 }

@@ -11,11 +11,14 @@
 #pragma once
 
 #include "ChildList.h"
+#include "ElementName.h"
 #include "ItemPool.h"
 #include "PathTable.h"
+#include "RecycledBlocks.h"
 #include "StringStore.h"
 
 #include <mutex>
+#include <string_view>
 
 namespace vorn::dictionary {
 
@@ -35,23 +38,48 @@ public:
         }
         return find(base, path, std::strlen(path));
     }
+    // The path ends where a byte follows that can be read.
     Item* find(Item* base, const char* path, size_t length) const {
         if (length == 0) {
             return base;
         }
-        const uint32_t start = base->hash.load(std::memory_order_relaxed);
-        const uint32_t hash = extendHash(extendHashBySeparator(start), path, length);
-        return m_paths.find(hash, [&](const Item* item) { return item->isAt(base, path, length); });
+        uint32_t start = base->hash.load(std::memory_order_relaxed);
+        if (!base->isRoot()) {
+            if (Item* element = _findElement(base, {path, length})) {
+                return element;
+            }
+            start = extendHashBySeparator(start);
+        }
+        return m_paths.find(extendHash(start, path, length),
+                            [=](const Item* item) { return item->isAt(base, path, length); });
+    }
+
+    // The child of parent that has the name of `like`, or null. Either looked for at the place hint
+    // alone, which moves on when it is there, or by the hash of its path.
+    Item* findChildLike(const Item* parent, const Item& like, size_t* hint) const {
+        const Value value = parent->read();
+        ChildList* children = _childrenOf(value);
+        if (!children || *hint >= children->size()) {
+            return nullptr;
+        }
+        Item* child = m_items.at(children->indexAt(*hint));
+        if (!child->hasNameOf(like) || child->parent() != parent) {
+            return nullptr;
+        }
+        ++*hint;
+        return child;
+    }
+    Item* findChildLike(const Item* parent, const Item& like, uint32_t hash) const {
+        return m_paths.find(hash, [parent, &like](const Item* item) {
+            return item->parent() == parent && item->hasNameOf(like);
+        });
     }
 
     size_t childCount(const Item* item) const {
         for (;;) {
             const Value value = item->read();
-            ChildList* children = value.children();
-            if (value.type() != ItemType::eDictionary || !children) {
-                return 0;
-            }
-            const size_t count = children->size();
+            const ChildList* children = _childrenOf(value);
+            const size_t count = children ? children->size() : 0;
             if (item->head.load(std::memory_order_acquire) == value.head) [[likely]] {
                 return count; // of a list that was in use when it was counted
             }
@@ -62,9 +90,8 @@ public:
     Item* child(const Item* item, size_t place) const {
         for (;;) {
             const Value value = item->read();
-            ChildList* children = value.children();
-            const bool exists =
-                value.type() == ItemType::eDictionary && children && place < children->size();
+            ChildList* children = _childrenOf(value);
+            const bool exists = children && place < children->size();
             const uint32_t index = exists ? children->indexAt(place) : ItemPool::kNoItem;
             if (item->head.load(std::memory_order_acquire) == value.head) [[likely]] {
                 return exists ? m_items.at(index) : nullptr;
@@ -82,6 +109,13 @@ public:
     // The same with a value of that type, stored in the same step; a string's payload is taken
     // over unless the result is null.
     Item* createWith(Item* parent, const char* path, ItemType type, uint64_t payload);
+
+    // The same for a child of parent that gets the name of `like`.
+    Item*
+    createChildLike(Item* parent, const Item& like, uint32_t hash, ItemType type, uint64_t payload);
+
+    // Makes the item a dictionary, an empty one unless it is one already.
+    void makeDictionary(Item* item);
 
     // A root of its own tree.
     Item* createRoot(const char* name, ItemType type);
@@ -117,34 +151,65 @@ public:
     void release();
 
 private:
+    // The children of a dictionary that has ever had any; else null.
+    static ChildList* _childrenOf(const Value& value) {
+        if (value.type() != ItemType::eDictionary || !value.branch()) {
+            return nullptr;
+        }
+        return value.branch()->children.load(std::memory_order_acquire);
+    }
+
+    // The element of an array in order, without a look at the table; null if there is none.
+    Item* _findElement(const Item* array, std::string_view name) const {
+        const Value value = array->read();
+        if (value.type() != ItemType::eDictionary || !value.branch()) {
+            return nullptr;
+        }
+        const size_t index = elementIndexOf(name);
+        if (index >= value.branch()->inOrder.load(std::memory_order_acquire)) {
+            return nullptr;
+        }
+        Item* element = child(array, index);
+        return element && element->nameView() == name ? element : nullptr;
+    }
+
     // Everything below runs under m_mutex.
     void _setValue(Item* item, ItemType type, uint64_t payload);
+    void _overwrite(Item* item, ItemType type, uint64_t payload);
     static Value _replaceValue(Item* item, ItemType type, uint64_t payload);
     // What a new item gets; a zero payload is the neutral value of every type.
     struct Content {
         ItemType type;
         uint64_t payload = 0;
     };
+    static constexpr uint32_t kNoItem = ItemPool::kNoItem;
+
     Item* _findOrCreate(Item* parent, std::string_view path, Content content, bool* isNew);
-    Item* _createBelow(Item* parent, std::string_view path, Content content);
-    Item* _createChain(Item* anchor, std::string_view path, Content content, uint32_t* topIndex);
-    uint32_t _newItem(Item* parent, std::string_view name, uint32_t hash, Content content);
-    uint32_t _newChild(Item* parent, std::string_view name, Content content);
-    static bool _setName(Item* item, std::string_view name, ItemType type);
-    ChildList* _roomForChild(Item* dictionary);
-    void _detach(const Item* item);
-    void _destroyItems(Item* top);
-    void _destroyChildren(ChildList* children);
-    void _freeContents(Item* item);
+    Item* _createBelow(Item* anchor, std::string_view path, Content content);
+    Item* _createChild(Item* parent, std::string_view name, uint32_t hash, Content content);
+    void _discardChain(Item* last, const Item* anchor, uint32_t topIndex);
+    uint32_t _newChild(const Branch* branch, std::string_view name, Content content);
+    uint32_t _newItem(const Branch* branch, std::string_view name, uint32_t hash, Content content);
+    Branch* _newBranch(Item* owner);
+    void _freeBranch(Branch* branch);
+    Branch* _roomForChild(Item* parent);
+    static ChildList* _replaceChildren(Branch* branch, ChildList* children);
+    void _attach(Item* parent, Branch* branch, uint32_t index);
+    void _list(Branch* branch, uint32_t index);
+    void _letGo(const Value& value);
     bool _arrangeElements(Item* array, size_t length, ItemType type);
-    bool _hasElementsInOrder(const Item* array, size_t length) const;
-    ChildList* _listElements(Item* array, size_t length, ItemType type);
-    size_t _putExisting(ChildList* elements, const Item* array, size_t length, bool isPut);
+    ChildList* _listElements(Branch* branch, size_t length, ItemType type);
+    size_t _putExisting(ChildList* elements, const Branch* branch, size_t length);
+    void _detach(Branch* branch, const Item* item);
+    void _destroyItems(Item* top);
+    void _destroyChildren(Branch* branch);
+    void _freeContents(Item* item);
 
     mutable StringStore m_strings;
     ItemPool m_items;
     PathTable m_paths{m_items};
     ChildListPool m_childLists;
+    RecycledBlocks m_blocks; // branches and long names
     std::mutex m_mutex;
     uint32_t m_nextRootHash = 0;
 };
@@ -155,7 +220,7 @@ bool Tree::setArray(Item* item, size_t length, ItemType type, PayloadAt payloadA
     if (!_arrangeElements(item, length, type)) {
         return false;
     }
-    ChildList* elements = item->read().children();
+    ChildList* elements = length > 0 ? _childrenOf(item->read()) : nullptr;
     for (size_t i = 0; i < length; ++i) {
         Item* element = m_items.at(elements->indexAt(i));
         if (element->type() == type && type != ItemType::eString) {
