@@ -52,25 +52,31 @@ constexpr ItemType kDeadType = static_cast<ItemType>(7);
 struct alignas(16) Item {
     static constexpr size_t kInlineNameCapacity = 15;
     static constexpr size_t kMaxNameLength = 0x7fffffff;
+    static constexpr uint32_t kFarName = 0x80000000;
 
     std::atomic<uint64_t> head;
     std::atomic<uint64_t> payload;
     const Branch* branch;       // that it is in; a root is in Branch::ofRoots
     std::atomic<uint32_t> hash; // of the path; published last, so it vouches for the fields above
-    uint32_t nameLength : 31;
-    uint32_t isFar : 1;
+    uint32_t nameWord;          // length of the name, and kFarName
     union {
-        // Ends at the end, zero-terminated, with zeros in front: the last bytes of any two names
-        // lie in the same places.
-        char inlineName[kInlineNameCapacity + 1];
-        char* farName; // a recycled block
+        // The last bytes of the path, zero-terminated, with zeros in front when it is shorter: the
+        // name is at the end.
+        char pathEnd[kInlineNameCapacity + 1];
+        char* farName; // a recycled block, for a name that is longer
     };
 
+    bool isFar() const {
+        return (nameWord & kFarName) != 0;
+    }
+    size_t nameLength() const {
+        return nameWord & ~kFarName;
+    }
     const char* name() const {
-        return isFar ? farName : inlineName + kInlineNameCapacity - nameLength;
+        return isFar() ? farName : pathEnd + kInlineNameCapacity - nameLength();
     }
     std::string_view nameView() const {
-        return {name(), nameLength};
+        return {name(), nameLength()};
     }
     Item* parent() const;
     bool isRoot() const;
@@ -81,22 +87,18 @@ struct alignas(16) Item {
         return isRoot() ? own : extendHashBySeparator(own);
     }
 
-    // REQUIRES: the length fits.
-    void setInlineName(std::string_view text) {
-        isFar = 0;
-        nameLength = static_cast<uint32_t>(text.size());
-        std::memset(inlineName, 0, sizeof(inlineName));
-        char* end = inlineName + kInlineNameCapacity;
-        for (size_t i = text.size(); i > 0; --i) {
-            *--end = text[i - 1];
-        }
-    }
+    // Sets a name that fits; the branch must be set.
+    void setInlineName(std::string_view text);
     void setFarName(char* block, std::string_view text) {
         std::memcpy(block, text.data(), text.size());
         block[text.size()] = '\0';
-        isFar = 1;
-        nameLength = static_cast<uint32_t>(text.size());
+        nameWord = static_cast<uint32_t>(text.size()) | kFarName;
         farName = block;
+    }
+    // Leaves the item without a name.
+    void clearName() {
+        nameWord = 0;
+        std::memset(pathEnd, 0, sizeof(pathEnd));
     }
 
     Value read() const {
@@ -129,35 +131,41 @@ struct alignas(16) Item {
 
     // Whether the two have the same name.
     bool hasNameOf(const Item& other) const {
-        if (isFar | other.isFar) {
+        if ((nameWord | other.nameWord) & kFarName) {
             return nameView() == other.nameView();
         }
-        const __m128i equal = _mm_cmpeq_epi8(_loadBlock(inlineName), _loadBlock(other.inlineName));
-        return nameLength == other.nameLength && _mm_movemask_epi8(equal) == 0xffff;
+        return nameWord == other.nameWord && _endsLike(other.pathEnd);
     }
 
     // Whether the name is what ends at `end` in a path. REQUIRES: the name is not longer than
     // that, and the byte behind it is readable.
     bool nameEndsAt(const char* path, size_t end) const {
-        if (end < kInlineNameCapacity || isFar) [[unlikely]] {
-            return std::memcmp(path + end - nameLength, name(), nameLength) == 0;
+        if (end < kInlineNameCapacity || isFar()) {
+            return std::memcmp(path + end - nameLength(), name(), nameLength()) == 0;
         }
-        const __m128i equal =
-            _mm_cmpeq_epi8(_loadBlock(path + end - kInlineNameCapacity), _loadBlock(inlineName));
-        const auto differing = ~static_cast<unsigned>(_mm_movemask_epi8(equal)) & 0x7fffu;
-        return differing >> (kInlineNameCapacity - nameLength) == 0;
+        return _endsLike(path + end - kInlineNameCapacity);
     }
 
     // Whether the item is what path, of the given length, names below base. REQUIRES: length > 0;
     // the byte behind the path is readable.
     bool isAt(const Item* base, const char* path, size_t length) const;
 
-private:
-    bool _isAtByNames(const Item* base, const char* path, size_t length) const;
+    // The same for base a root and paths of ordinary length, in a few steps without a branch that
+    // depends on lengths; false for all others.
+    bool isAtOrdinary(const Item* base, const char* path, size_t length) const;
 
+private:
     friend struct Branch;
+
     static __m128i _loadBlock(const char* bytes) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+    }
+
+    // Whether the inline name is at the end of these bytes, as many as an inline name can have.
+    bool _endsLike(const char* bytes) const {
+        const __m128i equal = _mm_cmpeq_epi8(_loadBlock(bytes), _loadBlock(pathEnd));
+        const auto differing = ~static_cast<unsigned>(_mm_movemask_epi8(equal)) & 0x7fffu;
+        return differing >> (kInlineNameCapacity - nameWord) == 0;
     }
 };
 
@@ -173,9 +181,9 @@ struct Branch {
     // What the roots are in: without an owner.
     static const Branch ofRoots;
 
-    Item* owner;                      // the dictionary; null for the roots
-    const Item* root;                 // that the path starts from
+    const Item* root;                 // that the path starts from; null for the roots
     size_t pathLength;                // kNoPath when the path is not kept
+    Item* owner;                      // the dictionary; null for the roots
     std::atomic<ChildList*> children; // null while there never was one
     std::atomic<uint32_t> inOrder;    // so many children, counted from the first, are elements of
                                       // an array in their places: "0", "1", ...
@@ -191,26 +199,13 @@ struct Branch {
     bool hasPath() const {
         return pathLength != kNoPath;
     }
-
-    // Whether the path is what the text begins with. REQUIRES: hasPath(); the text is as long.
-    bool isPathOf(const char* text) const {
-        const char* own = path();
-        if (pathLength < 16 || pathLength > 48) [[unlikely]] {
-            return std::memcmp(text, own, pathLength) == 0;
-        }
-        // Three blocks that overlap as they must, whatever the length: no branch to guess.
-        const size_t last = pathLength - 16;
-        const size_t middle = last < 16 ? last : 16;
-        const auto compare = [&](size_t place) {
-            return _mm_cmpeq_epi8(Item::_loadBlock(text + place), Item::_loadBlock(own + place));
-        };
-        const __m128i equal =
-            _mm_and_si128(_mm_and_si128(compare(0), compare(middle)), compare(last));
-        return _mm_movemask_epi8(equal) == 0xffff;
+    // Whether the path has a length that three blocks of 16 bytes cover, overlapping as they must.
+    bool isOrdinary() const {
+        return pathLength - 16 <= 32;
     }
 };
 
-inline constinit const Branch Branch::ofRoots = {nullptr, nullptr, kNoPath, {nullptr}, {0}, 0};
+inline constinit const Branch Branch::ofRoots = {nullptr, kNoPath, nullptr, {nullptr}, {0}, 0};
 
 inline Item* Item::parent() const {
     return branch->owner;
@@ -220,29 +215,51 @@ inline bool Item::isRoot() const {
     return branch == &Branch::ofRoots;
 }
 
-inline bool Item::isAt(const Item* base, const char* path, size_t length) const {
-    // Wraps for a name that is longer, and then equals no length of a path.
-    const size_t nameBegin = length - nameLength;
-    if (branch->root == base && branch->pathLength == nameBegin) [[likely]] {
-        return nameEndsAt(path, length) && branch->isPathOf(path);
+inline void Item::setInlineName(std::string_view text) {
+    constexpr size_t kBlock = sizeof(pathEnd);
+    char path[2 * kBlock] = {}; // its end; the name begins at kBlock
+    if (branch->hasPath()) {
+        const size_t kept = branch->pathLength < kBlock ? branch->pathLength : kBlock;
+        std::memcpy(path + kBlock - kept, branch->path() + branch->pathLength - kept, kept);
     }
-    if (branch->owner == base) {
-        return nameBegin == 0 && nameEndsAt(path, length);
-    }
-    return _isAtByNames(base, path, length);
+    std::memcpy(path + kBlock, text.data(), text.size());
+    std::memcpy(pathEnd, path + kBlock + text.size() - kInlineNameCapacity, sizeof(pathEnd));
+    nameWord = static_cast<uint32_t>(text.size());
 }
 
-// From name to name.
-[[gnu::noinline]] inline bool
-Item::_isAtByNames(const Item* base, const char* path, size_t length) const {
+inline bool Item::isAtOrdinary(const Item* base, const char* path, size_t length) const {
+    // No length of a path for a name that is longer, or far.
+    const size_t nameBegin = length - nameWord;
+    const Branch& own = *branch;
+    if (own.root != base || own.pathLength != nameBegin || !own.isOrdinary()) {
+        return false;
+    }
+    const size_t last = nameBegin - 16;
+    const size_t middle = last < 16 ? last : 16;
+    const auto compare = [&](size_t place) {
+        return _mm_cmpeq_epi8(_loadBlock(path + place), _loadBlock(own.path() + place));
+    };
+    const __m128i end =
+        _mm_cmpeq_epi8(_loadBlock(path + length - kInlineNameCapacity), _loadBlock(pathEnd));
+    const __m128i equal = _mm_and_si128(_mm_and_si128(compare(0), compare(middle)), compare(last));
+    const auto isEqual = static_cast<unsigned>(_mm_movemask_epi8(equal));
+    const auto isEndEqual = static_cast<unsigned>(_mm_movemask_epi8(end));
+    return (isEqual & (isEndEqual | 0x8000u)) == 0xffff;
+}
+
+inline bool Item::isAt(const Item* base, const char* path, size_t length) const {
     const Item* item = this;
     for (size_t end = length;;) {
         // A name is never empty; one that is (a root's) matches nothing.
-        if (item->nameLength - 1u >= end || !item->nameEndsAt(path, end)) {
+        if (item->nameLength() - 1 >= end || !item->nameEndsAt(path, end)) {
             return false;
         }
-        end -= item->nameLength;
-        item = item->parent();
+        end -= item->nameLength();
+        const Branch& own = *item->branch;
+        if (own.root == base && own.hasPath()) {
+            return own.pathLength == end && std::memcmp(own.path(), path, end) == 0;
+        }
+        item = own.owner;
         if (end == 0) {
             return item == base;
         }

@@ -5,8 +5,8 @@
 // path in one pass over the text, and items never need their whole path.
 //
 // The function is CRC-32C: it continues at any byte boundary and takes eight bytes a step where
-// the processor has the instruction. It spreads names well once mixed (PathTable does that), and
-// every match is confirmed by the names themselves, so a collision costs time, never an answer.
+// the processor has the instruction. It spreads names well, and every match is confirmed by the
+// names themselves, so a collision costs time, never an answer.
 #pragma once
 
 #include <array>

@@ -31,7 +31,7 @@ uint32_t PathTable::remove(const Item* item) {
     Table* table = m_table.load(std::memory_order_relaxed);
     const uint32_t indexMask = table->indexMask;
     std::atomic<uint32_t>* slots = table->slots();
-    size_t i = _firstOf(_mix(item->hash.load(std::memory_order_relaxed)), indexMask);
+    size_t i = _firstOf(item->hash.load(std::memory_order_relaxed), indexMask);
     while (m_items.at(slots[i].load(std::memory_order_relaxed) & indexMask) != item) {
         i = (i + 1) & indexMask;
     }
@@ -97,8 +97,7 @@ void PathTable::_retire(Table* table) {
 void PathTable::_put(Table* table, uint32_t index, uint32_t hash) {
     std::atomic<uint32_t>* slots = table->slots();
     const uint32_t indexMask = table->indexMask;
-    const uint32_t mixed = _mix(hash);
-    size_t i = _firstOf(mixed, indexMask);
+    size_t i = _firstOf(hash, indexMask);
     uint32_t slot = slots[i].load(std::memory_order_relaxed);
     while (slot > kRemoved) {
         i = (i + 1) & indexMask;
@@ -107,7 +106,7 @@ void PathTable::_put(Table* table, uint32_t index, uint32_t hash) {
     if (slot == kRemoved) {
         --m_removed;
     }
-    slots[i].store((mixed & ~indexMask) | index, std::memory_order_release);
+    slots[i].store((hash & ~indexMask) | index, std::memory_order_release);
 }
 
 // Replaces the table by one of the given size. Items are visited in the order of their memory,

@@ -29,25 +29,54 @@ public:
         release();
     }
 
+    // The item of that hash that one looks at first, or null: mostly the only one.
+    Item* firstCandidate(uint32_t hash) const {
+        const Table* table = m_table.load(std::memory_order_acquire);
+        if (!table) [[unlikely]] {
+            return nullptr;
+        }
+        const uint32_t indexMask = table->indexMask;
+        const std::atomic<uint32_t>* slots = table->slots() + _firstOf(hash, indexMask);
+        const unsigned fits = Group(slots).findTag(hash, ~indexMask);
+        if (fits == 0) {
+            return nullptr;
+        }
+        const uint32_t slot = slots[Group::first(fits)].load(std::memory_order_acquire);
+        Item* item = m_items.at(slot & indexMask);
+        return item->hash.load(std::memory_order_acquire) == hash ? item : nullptr;
+    }
+
     // The item of that hash which accept(item) confirms, or null.
     template <class Accept>
     Item* find(uint32_t hash, Accept accept) const {
-        const uint64_t generation = m_generation.load(std::memory_order_acquire);
-        const Table* table = m_table.load(std::memory_order_acquire);
-        if (table) [[likely]] {
-            const size_t first = _firstOf(_mix(hash), table->indexMask);
-            bool isLast = false;
-            if (Item* item = _findInGroup(*table, first, hash, accept, &isLast)) [[likely]] {
-                return item;
+        for (;;) {
+            const uint64_t generation = m_generation.load(std::memory_order_acquire);
+            const Table* table = m_table.load(std::memory_order_acquire);
+            if (table) [[likely]] {
+                const uint32_t indexMask = table->indexMask;
+                for (size_t first = _firstOf(hash, indexMask);;
+                     first = (first + kGroupSize) & indexMask) {
+                    const std::atomic<uint32_t>* slots = table->slots() + first;
+                    const Group group(slots);
+                    // A removed slot may fit too; it leads to an item that matches nothing.
+                    for (unsigned fits = group.findTag(hash, ~indexMask); fits;
+                         fits = Group::withoutFirst(fits)) {
+                        const uint32_t slot =
+                            slots[Group::first(fits)].load(std::memory_order_acquire);
+                        Item* item = m_items.at(slot & indexMask);
+                        if (item->hash.load(std::memory_order_acquire) == hash && accept(item)) {
+                            return item;
+                        }
+                    }
+                    if (group.findTag(kEmpty, ~uint32_t{0})) {
+                        break;
+                    }
+                }
             }
-            if (!isLast) [[unlikely]] {
-                return _findBeyond(hash, accept);
+            if (m_generation.load(std::memory_order_acquire) == generation) [[likely]] {
+                return nullptr;
             }
         }
-        if (m_generation.load(std::memory_order_acquire) != generation) [[unlikely]] {
-            return _findBeyond(hash, accept);
-        }
-        return nullptr;
     }
 
     // Makes sure that count more items can be inserted. False when memory is exhausted.
@@ -69,41 +98,56 @@ private:
     static constexpr unsigned kMinBits = 10;
     static constexpr unsigned kMaxBits = 31;
 
-    static constexpr size_t kGroupSize = 4;
+    static constexpr size_t kGroupSize = 8;
 
-    // The slots of a group as they stood when it was made.
+    // The slots of a group, each as it stood when it was loaded.
     class Group {
     public:
         explicit Group(const std::atomic<uint32_t>* slots)
-            : m_slots(_mm_set_epi64x(_load(slots + 2), _load(slots))) {}
+            : m_lower(_load(slots)), m_upper(_load(slots + kGroupSize / 2)) {}
 
-        // One bit for each slot that equals the tag where the mask has bits.
+        // Two equal bits for each slot that equals the tag where the mask has bits.
         unsigned findTag(uint32_t tag, uint32_t mask) const {
             const __m128i masks = _mm_set1_epi32(static_cast<int>(mask));
             const __m128i tags = _mm_set1_epi32(static_cast<int>(tag & mask));
-            const __m128i equal = _mm_cmpeq_epi32(_mm_and_si128(m_slots, masks), tags);
-            return static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(equal)));
+            const auto compare = [&](__m128i slots) {
+                return _mm_cmpeq_epi32(_mm_and_si128(slots, masks), tags);
+            };
+            const __m128i equal = _mm_packs_epi32(compare(m_lower), compare(m_upper));
+            return static_cast<unsigned>(_mm_movemask_epi8(equal));
+        }
+        // The place of the first of the slots found.
+        static unsigned first(unsigned found) {
+            return static_cast<unsigned>(__builtin_ctz(found)) / 2;
+        }
+        static unsigned withoutFirst(unsigned found) {
+            return found & ~(3u << __builtin_ctz(found));
         }
 
     private:
-        // Two slots in one step.
-        static long long _load(const std::atomic<uint32_t>* slots) {
-            typedef long long Pair __attribute__((may_alias));
-            return __atomic_load_n(reinterpret_cast<const Pair*>(slots), __ATOMIC_ACQUIRE);
+        // One aligned load, in which no slot is torn. The language has no such atomic.
+        static __m128i _load(const std::atomic<uint32_t>* slots) {
+            __m128i loaded;
+            asm volatile("movdqa %1, %0"
+                         : "=x"(loaded)
+                         : "m"(*reinterpret_cast<const __m128i*>(slots))
+                         : "memory");
+            return loaded;
         }
 
-        __m128i m_slots;
+        __m128i m_lower;
+        __m128i m_upper;
     };
 
     // The first slot of the group where probing starts.
-    static size_t _firstOf(uint32_t mixed, uint32_t indexMask) {
-        return mixed & indexMask & ~(kGroupSize - 1);
+    static size_t _firstOf(uint32_t hash, uint32_t indexMask) {
+        return hash & indexMask & ~(kGroupSize - 1);
     }
 
     struct alignas(64) Table {
         Table* nextRetired; // of the same size
         unsigned bits;      // of the number of slots
-        uint32_t indexMask; // of a slot: the index; of a mixed hash: where probing starts
+        uint32_t indexMask; // of a slot: the index; of a hash: where probing starts
 
         size_t size() const {
             return size_t{1} << bits;
@@ -118,50 +162,6 @@ private:
             return sizeof(Table) + size() * sizeof(uint32_t);
         }
     };
-
-    // The item in the group of slots from first on; isLast tells whether probing ends here.
-    template <class Accept>
-    [[gnu::always_inline]] Item* _findInGroup(
-        const Table& table, size_t first, uint32_t hash, Accept accept, bool* isLast) const {
-        const uint32_t indexMask = table.indexMask;
-        const std::atomic<uint32_t>* slots = table.slots() + first;
-        const Group group(slots);
-        // A removed slot may fit too; it leads to an item that matches nothing.
-        for (unsigned fits = group.findTag(_mix(hash), ~indexMask); fits; fits &= fits - 1) {
-            const uint32_t slot = slots[__builtin_ctz(fits)].load(std::memory_order_acquire);
-            Item* item = m_items.at(slot & indexMask);
-            if (item->hash.load(std::memory_order_acquire) == hash && accept(item)) [[likely]] {
-                return item;
-            }
-        }
-        *isLast = group.findTag(kEmpty, ~uint32_t{0}) != 0;
-        return nullptr;
-    }
-
-    // The whole search, however many groups and tables it takes.
-    template <class Accept>
-    [[gnu::noinline]] Item* _findBeyond(uint32_t hash, Accept accept) const {
-        for (;;) {
-            const uint64_t generation = m_generation.load(std::memory_order_acquire);
-            const Table* table = m_table.load(std::memory_order_acquire);
-            bool isLast = !table;
-            for (size_t first = table ? _firstOf(_mix(hash), table->indexMask) : 0; !isLast;
-                 first = (first + kGroupSize) & table->indexMask) {
-                if (Item* item = _findInGroup(*table, first, hash, accept, &isLast)) {
-                    return item;
-                }
-            }
-            if (m_generation.load(std::memory_order_acquire) == generation) {
-                return nullptr;
-            }
-        }
-    }
-
-    // Every bit of the result depends on every bit of the hash.
-    static uint32_t _mix(uint32_t hash) {
-        constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15ull;
-        return static_cast<uint32_t>((hash * kGoldenRatio) >> 32);
-    }
 
     static bool _fits(size_t used, unsigned bits) {
         return used <= (size_t{7} << bits) / 8;

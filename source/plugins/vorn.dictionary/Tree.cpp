@@ -197,6 +197,7 @@ Tree::_newItem(const Branch* branch, std::string_view name, uint32_t hash, Conte
         return kNoItem;
     }
     Item* item = m_items.at(index);
+    item->branch = branch;
     if (name.size() <= Item::kInlineNameCapacity) {
         item->setInlineName(name);
     } else {
@@ -208,7 +209,6 @@ Tree::_newItem(const Branch* branch, std::string_view name, uint32_t hash, Conte
         }
         item->setFarName(block, name);
     }
-    item->branch = branch;
     const Value lastLife = item->read();
     item->payload.store(content.payload, std::memory_order_relaxed);
     item->head.store(lastLife.nextHead(content.type), std::memory_order_release);
@@ -221,21 +221,21 @@ Tree::_newItem(const Branch* branch, std::string_view name, uint32_t hash, Conte
 // The branch of a dictionary's children, not known to it yet; null when memory is exhausted.
 Branch* Tree::_newBranch(Item* owner) {
     const Branch& above = *owner->branch;
-    const size_t pathLength = above.hasPath() ? above.pathLength + owner->nameLength + 1 : 0;
+    const size_t pathLength = above.hasPath() ? above.pathLength + owner->nameLength() + 1 : 0;
     const bool isKept = owner->isRoot() || (above.hasPath() && pathLength <= Branch::kMaxKeptPath);
     void* memory = m_blocks.allocate(sizeof(Branch) + (isKept ? pathLength : 0));
     if (!memory) {
         return nullptr;
     }
-    auto* branch = new (memory) Branch{owner,
-                                       owner->isRoot() ? owner : above.root,
+    auto* branch = new (memory) Branch{owner->isRoot() ? owner : above.root,
                                        isKept ? pathLength : Branch::kNoPath,
+                                       owner,
                                        {nullptr},
                                        {0},
                                        owner->childHash()};
     if (isKept && !owner->isRoot()) {
         char* end = std::copy_n(above.path(), above.pathLength, branch->path());
-        end += owner->nameView().copy(end, owner->nameLength);
+        end += owner->nameView().copy(end, owner->nameLength());
         *end = '/';
     }
     return branch;
@@ -532,10 +532,10 @@ void Tree::_freeContents(Item* item) {
     } else if (value.type() == ItemType::eDictionary && value.branch()) {
         _freeBranch(value.branch());
     }
-    if (item->isFar) {
+    if (item->isFar()) {
         m_blocks.deallocate(item->farName);
     }
-    item->setInlineName({});
+    item->clearName();
 }
 
 void Tree::release() {

@@ -43,15 +43,16 @@ public:
         if (length == 0) {
             return base;
         }
-        uint32_t start = base->hash.load(std::memory_order_relaxed);
-        if (!base->isRoot()) {
-            if (Item* element = _findElement(base, {path, length})) {
-                return element;
-            }
-            start = extendHashBySeparator(start);
+        if (!base->isRoot()) [[unlikely]] {
+            return _findBelow(base, path, length);
         }
-        return m_paths.find(extendHash(start, path, length),
-                            [=](const Item* item) { return item->isAt(base, path, length); });
+        const uint32_t start = base->hash.load(std::memory_order_relaxed);
+        const uint32_t hash = extendHash(start, path, length);
+        Item* candidate = m_paths.firstCandidate(hash);
+        if (candidate && candidate->isAtOrdinary(base, path, length)) [[likely]] {
+            return candidate;
+        }
+        return _findAmong(candidate, base, path, length, hash);
     }
 
     // The child of parent that has the name of `like`, or null. Either looked for at the place hint
@@ -157,6 +158,23 @@ private:
             return nullptr;
         }
         return value.branch()->children.load(std::memory_order_acquire);
+    }
+
+    // find() for a base that is no root.
+    [[gnu::noinline]] Item* _findBelow(Item* base, const char* path, size_t length) const {
+        if (Item* element = _findElement(base, {path, length})) {
+            return element;
+        }
+        return _findAmong(nullptr, base, path, length, extendHash(base->childHash(), path, length));
+    }
+
+    // The whole search: the first candidate, if there is one, and then all items of the hash.
+    [[gnu::noinline]] Item* _findAmong(
+        Item* candidate, const Item* base, const char* path, size_t length, uint32_t hash) const {
+        if (candidate && candidate->isAt(base, path, length)) {
+            return candidate;
+        }
+        return m_paths.find(hash, [=](const Item* item) { return item->isAt(base, path, length); });
     }
 
     // The element of an array in order, without a look at the table; null if there is none.

@@ -47,6 +47,7 @@ MergeReport::MergeReport(const char* dstPath,
                          dictionary::OnUpdateItemFn onUpdateItemFn,
                          void* userData)
     : m_data{{},
+             {},
              dstPath,
              srcRoot,
              {},
@@ -54,6 +55,7 @@ MergeReport::MergeReport(const char* dstPath,
              userData},
       m_destinationPrefix(makeDestinationPrefix(dstPath)), m_outer(t_innermostReport) {
     m_data.updatedItems.reserve(kUpdateTrackerReserve);
+    m_data.sourceItems.reserve(kUpdateTrackerReserve);
     t_innermostReport = this;
 }
 
@@ -84,19 +86,31 @@ bool MergeReport::_isAwaited() const {
 }
 
 // Runs inside the dictionary service, which must not be left half-way: a failure waits for send.
+// While nobody is subscribed, paths wait until somebody is.
 void MergeReport::_record(const Item* dstItem, const Item* srcItem) {
-    if (m_failure) {
+    if (m_failure) [[unlikely]] {
         return;
     }
     try {
-        MflString path;
-        if (!dstItem) {
-            getFullPath(&path, srcItem, m_data.srcRoot);
-        }
-        m_data.updatedItemPaths.push_back(std::move(path));
+        m_data.sourceItems.push_back(srcItem);
         m_data.updatedItems.push_back(dstItem);
+        if (isAnyoneSubscribed()) {
+            _composePaths();
+        }
     } catch (...) {
         m_failure = std::current_exception();
+    }
+}
+
+// Of the nodes that a merge creates, while they still are where they were met.
+void MergeReport::_composePaths() {
+    while (m_data.updatedItemPaths.size() < m_data.updatedItems.size()) {
+        const size_t next = m_data.updatedItemPaths.size();
+        MflString path;
+        if (!m_data.updatedItems[next]) {
+            getFullPath(&path, m_data.sourceItems[next], m_data.srcRoot);
+        }
+        m_data.updatedItemPaths.push_back(std::move(path));
     }
 }
 
@@ -104,6 +118,10 @@ void MergeReport::send() {
     if (m_failure) {
         std::rethrow_exception(m_failure);
     }
+    if (!isAnyoneSubscribed()) {
+        return;
+    }
+    _composePaths();
     MflString eventPath = m_destinationPrefix;
     const size_t prefixLength = eventPath.size();
     while (m_sentCount < m_data.updatedItems.size()) {
@@ -136,6 +154,7 @@ bool MergeReport::isAnyPending() {
 template <class Change>
 void MergeReport::_forEachPending(Change change) {
     for (MergeReport* report = t_innermostReport; report; report = report->m_outer) {
+        report->_composePaths(); // from here on, a node without handle and path is forgotten
         for (size_t i = report->m_sentCount; i < report->m_data.updatedItems.size(); ++i) {
             if (report->m_data.updatedItems[i]) {
                 change(*report, i);

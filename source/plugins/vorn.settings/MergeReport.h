@@ -13,10 +13,13 @@
 
 namespace vorn::settings {
 
-// The data of one merge. Both arrays have one entry per accepted node.
+// The data of one merge. All arrays have one entry per accepted node, but for those at the end
+// whose paths are not composed yet.
 struct MergeDataWrapper {
     // The node in the settings; null when the merge creates it or when it has been forgotten.
     std::vector<const dictionary::Item*> updatedItems;
+    // The node in the source.
+    std::vector<const dictionary::Item*> sourceItems;
     // The destination as the caller gave it.
     MflString dstPath;
     const dictionary::Item* srcRoot;
@@ -71,6 +74,7 @@ private:
 
     bool _isAwaited() const;
     void _record(const dictionary::Item* dstItem, const dictionary::Item* srcItem);
+    void _composePaths();
 
     MergeDataWrapper m_data;
     MflString m_destinationPrefix; // of the full path of every node of the merge
