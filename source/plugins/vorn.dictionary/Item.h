@@ -1,4 +1,4 @@
-// The item: one record of 48 bytes for a value or a dictionary; and the branch: what the children
+// The item: one cache line for a value or a dictionary; and the branch: what the children
 // of one dictionary share.
 //
 // Threads: head and payload change together in one atomic step, so a reader that sees the same
@@ -49,8 +49,8 @@ struct Value {
 // The type of an item that was destroyed; no query reports it.
 constexpr ItemType kDeadType = static_cast<ItemType>(7);
 
-struct alignas(16) Item {
-    static constexpr size_t kInlineNameCapacity = 15;
+struct alignas(64) Item {
+    static constexpr size_t kInlineNameCapacity = 31;
     static constexpr size_t kMaxNameLength = 0x7fffffff;
     static constexpr uint32_t kFarName = 0x80000000;
 
@@ -134,24 +134,19 @@ struct alignas(16) Item {
         if ((nameWord | other.nameWord) & kFarName) {
             return nameView() == other.nameView();
         }
-        return nameWord == other.nameWord && _endsLike(other.pathEnd);
+        const __m128i equal =
+            _mm_cmpeq_epi8(_loadBlock(pathEnd + 16), _loadBlock(other.pathEnd + 16));
+        const auto differing = ~static_cast<unsigned>(_mm_movemask_epi8(equal)) & 0x7fffu;
+        return nameWord == other.nameWord &&
+               (nameWord > 15 ? nameView() == other.nameView() : differing >> (15 - nameWord) == 0);
     }
 
-    // Whether the name is what ends at `end` in a path. REQUIRES: the name is not longer than
-    // that, and the byte behind it is readable.
-    bool nameEndsAt(const char* path, size_t end) const {
-        if (end < kInlineNameCapacity || isFar()) {
-            return std::memcmp(path + end - nameLength(), name(), nameLength()) == 0;
-        }
-        return _endsLike(path + end - kInlineNameCapacity);
-    }
-
-    // Whether the item is what path, of the given length, names below base. REQUIRES: length > 0;
-    // the byte behind the path is readable.
+    // Whether the item is what path, of the given length, names below base. REQUIRES: length > 0.
     bool isAt(const Item* base, const char* path, size_t length) const;
 
-    // The same for base a root and paths of ordinary length, in a few steps without a branch that
-    // depends on lengths; false for all others.
+    // The same for base a root and paths of ordinary length, 16 to 63 bytes, in a few steps with
+    // hardly a branch that depends on lengths; false for all others. REQUIRES: the byte behind the
+    // path is readable.
     bool isAtOrdinary(const Item* base, const char* path, size_t length) const;
 
 private:
@@ -160,16 +155,9 @@ private:
     static __m128i _loadBlock(const char* bytes) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
     }
-
-    // Whether the inline name is at the end of these bytes, as many as an inline name can have.
-    bool _endsLike(const char* bytes) const {
-        const __m128i equal = _mm_cmpeq_epi8(_loadBlock(bytes), _loadBlock(pathEnd));
-        const auto differing = ~static_cast<unsigned>(_mm_movemask_epi8(equal)) & 0x7fffu;
-        return differing >> (kInlineNameCapacity - nameWord) == 0;
-    }
 };
 
-static_assert(sizeof(Item) == 48, "one item, all told");
+static_assert(sizeof(Item) == 64, "one cache line");
 static_assert(offsetof(Item, payload) == offsetof(Item, head) + 8, "changed in one step");
 
 struct ChildList;
@@ -199,10 +187,6 @@ struct Branch {
     bool hasPath() const {
         return pathLength != kNoPath;
     }
-    // Whether the path has a length that three blocks of 16 bytes cover, overlapping as they must.
-    bool isOrdinary() const {
-        return pathLength - 16 <= 32;
-    }
 };
 
 inline constinit const Branch Branch::ofRoots = {nullptr, kNoPath, nullptr, {nullptr}, {0}, 0};
@@ -227,34 +211,47 @@ inline void Item::setInlineName(std::string_view text) {
     nameWord = static_cast<uint32_t>(text.size());
 }
 
+// Compares blocks of 16 bytes, overlapping as they must.
 inline bool Item::isAtOrdinary(const Item* base, const char* path, size_t length) const {
+    constexpr size_t kBlock = 16;
     // No length of a path for a name that is longer, or far.
     const size_t nameBegin = length - nameWord;
     const Branch& own = *branch;
-    if (own.root != base || own.pathLength != nameBegin || !own.isOrdinary()) {
+    if (own.root != base || own.pathLength != nameBegin || length - kBlock > 3 * kBlock - 1) {
         return false;
     }
-    const size_t last = nameBegin - 16;
-    const size_t middle = last < 16 ? last : 16;
-    const auto compare = [&](size_t place) {
-        return _mm_cmpeq_epi8(_loadBlock(path + place), _loadBlock(own.path() + place));
+    const auto compare = [](const char* text, const char* with) {
+        return _mm_cmpeq_epi8(_loadBlock(text), _loadBlock(with));
     };
-    const __m128i end =
-        _mm_cmpeq_epi8(_loadBlock(path + length - kInlineNameCapacity), _loadBlock(pathEnd));
-    const __m128i equal = _mm_and_si128(_mm_and_si128(compare(0), compare(middle)), compare(last));
+    // The last bytes, two blocks of them less the final zero, or the whole path if it is shorter.
+    const char* ownBegin = pathEnd + kInlineNameCapacity - length; // may lie before the item
+    const size_t endBegin = length < kInlineNameCapacity ? 0 : length - kInlineNameCapacity;
+    const size_t last = length + 1 - kBlock;
+    __m128i equal = compare(path + endBegin, ownBegin + endBegin);
+    const auto isLastEqual =
+        static_cast<unsigned>(_mm_movemask_epi8(compare(path + last, pathEnd + kBlock)));
+    // What is in front of them: less than two blocks, since the length is ordinary.
+    if (nameBegin >= kBlock) [[likely]] {
+        const size_t middle = nameBegin < 2 * kBlock ? nameBegin - kBlock : kBlock;
+        equal = _mm_and_si128(equal, compare(path, own.path()));
+        equal = _mm_and_si128(equal, compare(path + middle, own.path() + middle));
+    } else if (endBegin > 0) {
+        return false;
+    }
     const auto isEqual = static_cast<unsigned>(_mm_movemask_epi8(equal));
-    const auto isEndEqual = static_cast<unsigned>(_mm_movemask_epi8(end));
-    return (isEqual & (isEndEqual | 0x8000u)) == 0xffff;
+    return (isEqual & (isLastEqual | 0x8000u)) == 0xffff;
 }
 
 inline bool Item::isAt(const Item* base, const char* path, size_t length) const {
     const Item* item = this;
     for (size_t end = length;;) {
         // A name is never empty; one that is (a root's) matches nothing.
-        if (item->nameLength() - 1 >= end || !item->nameEndsAt(path, end)) {
+        const std::string_view ownName = item->nameView();
+        if (ownName.size() - 1 >= end ||
+            std::memcmp(path + end - ownName.size(), ownName.data(), ownName.size()) != 0) {
             return false;
         }
-        end -= item->nameLength();
+        end -= ownName.size();
         const Branch& own = *item->branch;
         if (own.root == base && own.hasPath()) {
             return own.pathLength == end && std::memcmp(own.path(), path, end) == 0;
