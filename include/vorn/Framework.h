@@ -19,22 +19,23 @@ namespace vorn {
 // Written major.minor. A wanted version is served by a version of the same major number whose
 // minor number is not smaller.
 struct Version {
-    uint32_t major;
-    uint32_t minor;
+    uint32_t major; // raised when something moved or went
+    uint32_t minor; // raised when something was added
 };
 
 // Names an interface. Passed and returned by value.
 struct InterfaceDesc {
-    const char* name;
-    Version version;
+    const char* name; // with its namespace, as in vorn::settings::ISettings
+    Version version;  // wanted, or offered
 };
 
 // The framework version that these headers describe.
 constexpr Version kFrameworkVersion = {0, 3};
 
+// Whether a plugin lets the host replace its library while the program runs.
 enum class PluginHotReload : uint32_t {
-    eDisabled = 0,
-    eEnabled = 1,
+    eDisabled = 0, // never
+    eEnabled = 1,  // while no client holds one of its tables
 };
 
 // What a plugin says of itself.
@@ -49,15 +50,16 @@ struct PluginImplDesc {
 // Filled by a plugin in vornOnPluginRegister; the record is the host's, what it points to is the
 // plugin's.
 struct PluginRegistryEntry {
+    // One interface that the plugin offers.
     struct Interface {
-        InterfaceDesc desc;
-        const void* ptr; // the function table
-        size_t size;     // of the table, in bytes
+        InterfaceDesc desc; // its name and version
+        const void* ptr;    // the function table
+        size_t size;        // of the table, in bytes
     };
 
-    PluginImplDesc implDesc;
-    const Interface* interfaces;
-    size_t interfaceCount;
+    PluginImplDesc implDesc;     // what the plugin says of itself
+    const Interface* interfaces; // what it offers
+    size_t interfaceCount;       // of interfaces
 };
 
 struct Framework;
@@ -72,6 +74,7 @@ using GetPluginDepsFn = void (*)(InterfaceDesc** deps, size_t* count);
 using OnPluginStartupFn = void (*)();
 using OnPluginShutdownFn = void (*)();
 
+// The names that libraries export them under.
 constexpr const char* kOnPluginRegisterFnName = "vornOnPluginRegister";
 constexpr const char* kGetFrameworkVersionFnName = "vornGetFrameworkVersion";
 constexpr const char* kGetPluginDepsFnName = "vornGetPluginDeps";
@@ -81,33 +84,33 @@ constexpr const char* kOnPluginShutdownFnName = "vornOnPluginShutdown";
 // Which libraries loadPluginsEx looks at. Null lists count as empty.
 struct PluginLoadingDesc {
     const char* const* searchPaths;           // directories
-    size_t searchPathCount;                   //
+    size_t searchPathCount;                   // of searchPaths
     bool searchRecursive;                     // also look into their subdirectories
     const char* const* loadedFileWildcards;   // file names to load; empty: lib*.plugin.so
-    size_t loadedFileWildcardCount;           //
+    size_t loadedFileWildcardCount;           // of loadedFileWildcards
     const char* const* excludedFileWildcards; // file names to leave alone
-    size_t excludedFileWildcardCount;         //
+    size_t excludedFileWildcardCount;         // of excludedFileWildcards
 };
 
 // A loaded or registered plugin as the host knows it. Lists and strings are the host's and stay
 // valid until the plugin is unloaded.
 struct PluginDesc {
-    PluginImplDesc impl;
-    const InterfaceDesc* interfaces;
-    size_t interfaceCount;
-    const InterfaceDesc* dependencies;
-    size_t dependencyCount;
-    const char* libPath; // file the plugin was loaded from; null for one registered by address
+    PluginImplDesc impl;               // what it says of itself
+    const InterfaceDesc* interfaces;   // what it offers
+    size_t interfaceCount;             // of interfaces
+    const InterfaceDesc* dependencies; // what it needs before start-up
+    size_t dependencyCount;            // of dependencies
+    const char* libPath;               // file it was loaded from; null: registered by address
 };
 
 // A plugin that needs no file: the addresses of its entry points. All but getPluginDepsFn are
 // required.
 struct PluginRegistrationDesc {
-    OnPluginRegisterFn onPluginRegisterFn;
-    GetFrameworkVersionFn getFrameworkVersionFn;
-    GetPluginDepsFn getPluginDepsFn;
-    OnPluginStartupFn onPluginStartupFn;
-    OnPluginShutdownFn onPluginShutdownFn;
+    OnPluginRegisterFn onPluginRegisterFn;       // vornOnPluginRegister
+    GetFrameworkVersionFn getFrameworkVersionFn; // vornGetFrameworkVersion
+    GetPluginDepsFn getPluginDepsFn;             // vornGetPluginDeps; null: it needs nothing
+    OnPluginStartupFn onPluginStartupFn;         // vornOnPluginStartup
+    OnPluginShutdownFn onPluginShutdownFn;       // vornOnPluginShutdown
 };
 
 // The host's table. All slots may be called from any thread unless a slot says otherwise.
@@ -126,6 +129,7 @@ struct Framework {
     // Never at the same time as any other call.
     void (*unloadAllPlugins)();
 
+    // A table by interface, from any plugin or the named one.
     void* (*acquireInterfaceWithClient)(const char* clientName,
                                         InterfaceDesc desc,
                                         const char* pluginName);

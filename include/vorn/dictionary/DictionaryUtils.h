@@ -7,6 +7,7 @@
 
 namespace vorn::dictionary {
 
+// Where a walk begins.
 enum class WalkerMode : uint32_t {
     eIncludeRoot = 0, // report the start item and everything below it
     eSkipRoot = 1,    // report only what is below it

@@ -34,21 +34,22 @@
 
 namespace vorn::dictionary {
 
-struct Item; // opaque
+struct Item; // handle of an item, opaque
 
+// What an item holds.
 enum class ItemType : uint32_t {
-    eBool = 0,
-    eInt = 1,
-    eFloat = 2,
-    eString = 3,
-    eDictionary = 4,
-    eCount = 5, // number of types; stands for "no item"
+    eBool = 0,       // true or false
+    eInt = 1,        // a 64-bit integer
+    eFloat = 2,      // a 64-bit float
+    eString = 3,     // a text, zero-terminated
+    eDictionary = 4, // named items
+    eCount = 5,      // number of types; stands for "no item"
 };
 
 // Answer for one item of a merge: take the source, or keep what the destination has.
 enum class UpdateAction : uint32_t {
-    eOverwrite = 0,
-    eKeep = 1,
+    eOverwrite = 0, // take the source
+    eKeep = 1,      // keep the destination
 };
 
 // Asked once per item that a merge is about to write. dstItem is null, and dstItemType eCount,
@@ -69,10 +70,13 @@ inline UpdateAction keepOriginal(const Item* dstItem, ItemType, const Item*, Ite
     return dstItem ? UpdateAction::eKeep : UpdateAction::eOverwrite;
 }
 
+// The two as update takes them.
 constexpr OnUpdateItemFn kUpdateItemOverwriteOriginal = &overwriteOriginal;
 constexpr OnUpdateItemFn kUpdateItemKeepOriginal = &keepOriginal;
 
+// The table. What holds for all of its slots is said at the top of IDictionary.h.
 struct IDictionary {
+    // Name and version, for acquiring the table.
     static constexpr InterfaceDesc getInterfaceDesc() {
         return {"vorn::dictionary::IDictionary", {0, 4}};
     }
@@ -123,6 +127,7 @@ struct IDictionary {
     int64_t (*getAsInt64)(const Item* item);
     // Stores the value and its type in place; children of a dictionary are destroyed. [writes]
     void (*setInt64)(Item* item, int64_t value);
+    // As getAsInt64 and setInt64.
     double (*getAsFloat64)(const Item* item);
     void (*setFloat64)(Item* item, double value);
     bool (*getAsBool)(const Item* item);
@@ -152,28 +157,36 @@ struct IDictionary {
     // [reads]
     ItemType (*getPreferredArrayType)(const Item* item);
 
+    // -- elements by type
+    //
     // Elements read as by the scalar reads; a missing element reads as a null item. The At
     // setters create the element, as createItem would. The whole-array reads fill at most
     // arrayBufferLength elements and leave places without an element alone. [reads]
+    //
     // The whole-array setters make item an array of exactly arrayLength elements: elements that
     // exist are overwritten in place, the others created or destroyed. An array of no elements
     // is an empty dictionary; a null array counts as one of no elements. [writes]
+
+    // Elements as integers.
     int64_t (*getAsInt64At)(const Item* item, size_t index);
     void (*setInt64At)(Item* item, size_t index, int64_t value);
     void (*getAsInt64Array)(const Item* item, int64_t* arrayOut, size_t arrayBufferLength);
     void (*setInt64Array)(Item* item, const int64_t* array, size_t arrayLength);
     void (*getAsIntArray)(const Item* item, int32_t* arrayOut, size_t arrayBufferLength);
     void (*setIntArray)(Item* item, const int32_t* array, size_t arrayLength);
+    // Elements as floats.
     double (*getAsFloat64At)(const Item* item, size_t index);
     void (*setFloat64At)(Item* item, size_t index, double value);
     void (*getAsFloat64Array)(const Item* item, double* arrayOut, size_t arrayBufferLength);
     void (*setFloat64Array)(Item* item, const double* array, size_t arrayLength);
     void (*getAsFloatArray)(const Item* item, float* arrayOut, size_t arrayBufferLength);
     void (*setFloatArray)(Item* item, const float* array, size_t arrayLength);
+    // Elements as bools.
     bool (*getAsBoolAt)(const Item* item, size_t index);
     void (*setBoolAt)(Item* item, size_t index, bool value);
     void (*getAsBoolArray)(const Item* item, bool* arrayOut, size_t arrayBufferLength);
     void (*setBoolArray)(Item* item, const bool* array, size_t arrayLength);
+    // Elements as texts: new ones, given back with destroyStringBuffer, and the elements' own.
     const char* (*createStringBufferFromItemValueAt)(const Item* item, size_t index);
     const char* (*getStringBufferAt)(const Item* item, size_t index);
     void (*setStringAt)(Item* item, size_t index, const char* value);
@@ -210,6 +223,8 @@ struct IDictionary {
 
     // -- conveniences over the slots, compiled into the caller; 32-bit results saturate
 
+    // The 64-bit slots for 32-bit values. What does not fit when read becomes the nearest value
+    // that does.
     int32_t getAsInt(const Item* item) const {
         return saturateToInt32(getAsInt64(item));
     }

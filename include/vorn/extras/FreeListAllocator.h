@@ -14,8 +14,10 @@
 
 namespace vorn::extras {
 
+// The pool.
 class FreeListAllocator {
 public:
+    // In bytes; smaller ones are raised to it.
     static constexpr size_t kMinimalAlignment = 8;
 
     // A pool without a configuration; allocate answers null until initialize.
@@ -101,6 +103,7 @@ public:
         m_freeElements = nullptr;
     }
 
+    // What it is configured to, after raising and rounding; sizes in bytes.
     size_t getElementSize() const {
         return m_elementSize;
     }

@@ -20,20 +20,22 @@
 
 namespace vorn::extras {
 
+// The pools of several size classes behind one face.
 class MultiFreeListAllocator {
 public:
-    static constexpr size_t kUnlimitedSize = 0;
-    static constexpr size_t kDefaultElementsPerBlock = 100;
-    static constexpr size_t kElementsPerBlockAuto = 0;
+    static constexpr size_t kUnlimitedSize = 0;             // stands for no limit
+    static constexpr size_t kDefaultElementsPerBlock = 100; // chunks of a block
+    static constexpr size_t kElementsPerBlockAuto = 0;      // stands for that number
 
-    // One size class: the largest chunk it serves, prefix words included, and how many chunks
-    // make a block (kElementsPerBlockAuto: kDefaultElementsPerBlock).
+    // One size class.
     struct AllocDesc {
-        size_t elementSize;
-        size_t elementsPerBlock;
+        size_t elementSize;      // the largest chunk it serves, prefix words included
+        size_t elementsPerBlock; // chunks of a block, or kElementsPerBlockAuto
     };
 
+    // No classes: malloc serves all until startup.
     MultiFreeListAllocator() = default;
+    // As shutdown.
     ~MultiFreeListAllocator() {
         shutdown();
     }

@@ -10,30 +10,34 @@
 
 namespace vorn::filesystem {
 
+// What a path leads to.
 enum class ItemType : uint32_t {
-    eFile = 0,
-    eDirectory = 1,
-    eOther = 2, // device, socket, broken link and the like
+    eFile = 0,      // with contents
+    eDirectory = 1, // with items
+    eOther = 2,     // device, socket, broken link and the like
 };
 
 // One file or directory. Two records of one path that differ mean that it was changed or replaced.
 struct ItemInfo {
-    ItemType type;
+    ItemType type;        // of what the path leads to
     bool isLink;          // the name itself is a link; all other fields tell of what it leads to
     uint64_t fileId;      // differs between two files that exist at the same time
     uint64_t size;        // in bytes
     int64_t modifiedTime; // nanoseconds since 1970-01-01 UTC
 };
 
+// Answer for one item of a walk.
 enum class WalkAction : uint32_t {
-    eContinue = 0,
-    eStop = 1,
+    eContinue = 0, // with the next item
+    eStop = 1,     // here
 };
 
 // path is the directory's path, a "/", and the item's name; path and info are good for the call.
 using OnDirectoryItemFn = WalkAction (*)(const char* path, const ItemInfo* info, void* userData);
 
+// The table. What holds for all of its slots is said at the top of FileSystem.h.
 struct FileSystem {
+    // Name and version, for acquiring the table.
     static constexpr InterfaceDesc getInterfaceDesc() {
         return {"vorn::filesystem::FileSystem", {0, 1}};
     }

@@ -31,6 +31,7 @@ public:
 // directories that exist are named.
 std::vector<std::string> defaultPluginDirectories();
 
+// The host of this process: loads plugins, starts those that are asked for, and takes all down.
 class Host {
 public:
     // Starts the built-in services and loads every lib*.plugin.so of the directories, in that

@@ -8,6 +8,7 @@
 
 namespace vorn::logging {
 
+// Levels of messages, and thresholds: what is below a threshold is dropped.
 constexpr int32_t kLevelVerbose = -2;
 constexpr int32_t kLevelInfo = -1;
 constexpr int32_t kLevelWarn = 0;
@@ -16,8 +17,8 @@ constexpr int32_t kLevelFatal = 2;
 
 // Whether a source follows the service's own setting or has one of its own.
 enum class LogSettingBehavior : uint32_t {
-    eInherit = 0,
-    eOverride = 1,
+    eInherit = 0,  // the service's
+    eOverride = 1, // its own
 };
 
 // Told the threshold that applies to a source: once at registration, then at every change. May be
@@ -29,6 +30,7 @@ using SetLogLevelFn = void (*)(int32_t level);
 // handleMessage runs on the logging thread, one message at a time for the whole service; it must
 // not call the service. All strings are valid during the call only.
 struct Logger {
+    // Takes one message.
     void (*handleMessage)(Logger* self,
                           const char* source,
                           int32_t level,
@@ -39,7 +41,7 @@ struct Logger {
 
 // A logger that writes lines of text to a stream of the process. Owned by the service.
 struct StandardLogger {
-    Logger logger;
+    Logger logger; // what addLogger and removeLogger take
 
     // Messages below the threshold are left out by this logger alone. Starts at kLevelVerbose.
     void (*setLevelThreshold)(StandardLogger* self, int32_t level);
@@ -52,7 +54,9 @@ struct StandardLogger {
     void (*setFileDescriptor)(StandardLogger* self, int fileDescriptor);
 };
 
+// The service's table.
 struct Logging {
+    // Name and version, for acquiring the table.
     static constexpr InterfaceDesc getInterfaceDesc() {
         return {"vorn::logging::Logging", {0, 3}};
     }
@@ -109,6 +113,7 @@ struct Logging {
 static_assert(sizeof(Logging) == 15 * sizeof(void (*)()), "15 slots");
 static_assert(offsetof(Logging, registerSource) == 13 * sizeof(void (*)()), "slot 13");
 
+// The log slot, as clients hold it.
 using LogFn = void (*)(const char* source,
                        int32_t level,
                        const char* fileName,

@@ -9,6 +9,7 @@ namespace vorn::profiler {
 // mask selects capture groups, one bit a group; events of groups outside the capture mask are
 // dropped. Names must live as long as the process. [any thread]
 struct Profiler {
+    // Name and version, for acquiring the table.
     static constexpr InterfaceDesc getInterfaceDesc() {
         return {"vorn::profiler::Profiler", {0, 1}};
     }
@@ -19,6 +20,7 @@ struct Profiler {
     void (*begin)(uint64_t mask, const char* name); // opens a zone on this thread
     void (*end)(uint64_t mask);                     // closes the zone opened last
     void (*frame)(uint64_t mask, const char* name); // marks the end of a frame
+    // A value at this moment, for its curve.
     void (*valueFloat)(uint64_t mask, float value, const char* name);
     void (*valueInt)(uint64_t mask, int32_t value, const char* name);
     void (*valueUInt)(uint64_t mask, uint32_t value, const char* name);
@@ -38,6 +40,7 @@ inline void registerProfilerForClient() {
         g_vornClientName, Profiler::getInterfaceDesc(), nullptr));
 }
 
+// Lets go of it.
 inline void deregisterProfilerForClient() {
     g_vornProfiler = nullptr;
 }

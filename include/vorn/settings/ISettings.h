@@ -36,6 +36,7 @@
 
 namespace vorn::settings {
 
+// What happened to a node.
 enum class ChangeEventType : uint32_t {
     eChanged = 0,   // written, created or replaced; sent after the change
     eDestroyed = 1, // about to be removed; sent while the node still exists
@@ -56,7 +57,9 @@ using OnTreeChangeEventFn = void (*)(const dictionary::Item* subtreeItem,
 struct SubscriptionId; // handle of a subscription, opaque
 struct Transaction;    // handle of a transaction, opaque
 
+// The table. What holds for all of its slots is said at the top of ISettings.h.
 struct ISettings {
+    // Name and version, for acquiring the table.
     static constexpr InterfaceDesc getInterfaceDesc() {
         return {"vorn::settings::ISettings", {0, 4}};
     }
@@ -81,6 +84,7 @@ struct ISettings {
     // before. One eChanged for the node on every call, also when the value stays the same.
     // [writes]
     void (*setInt64)(const char* path, int64_t value);
+    // As getAsInt64 and setInt64.
     double (*getAsFloat64)(const char* path);
     void (*setFloat64)(const char* path, double value);
     bool (*getAsBool)(const char* path);
@@ -119,29 +123,35 @@ struct ISettings {
     // The element type that fits all elements best, as the dictionary service sees it. [reads]
     dictionary::ItemType (*getPreferredArrayType)(const char* path);
 
-    // ...At reads: one element, as the scalar reads. A missing array gives the neutral result
-    // without a message, a missing element with one. [reads]
-    // set...At: exactly the scalar write of path/index. [writes]
-    // get...Array: copies the elements into arrayOut, each into the place of its index; places
-    // without an element keep what they held. Missing node: a verbose message, nothing written.
-    // Too small: what fits is copied, one warning. An element of the wrong type: its neutral
-    // value and a verbose message. arrayBufferLength counts elements. [reads]
-    // set...Array: replaces the node by an array of arrayLength elements, creating it when
-    // missing. eChanged for the array, then for each element in order. [writes]
+    // -- elements by type
+    //
+    //  - get...At: one element, as the scalar reads. A missing array gives the neutral result
+    //    without a message, a missing element with one. [reads]
+    //  - set...At: exactly the scalar write of path/index. [writes]
+    //  - get...Array: copies the elements into arrayOut, each into the place of its index; places
+    //    without an element keep what they held. Missing node: a verbose message, nothing written.
+    //    Too small: what fits is copied, one warning. An element of the wrong type: its neutral
+    //    value and a verbose message. arrayBufferLength counts elements. [reads]
+    //  - set...Array: replaces the node by an array of arrayLength elements, creating it when
+    //    missing. eChanged for the array, then for each element in order. [writes]
+
+    // Elements as 64-bit integers.
     int64_t (*getAsInt64At)(const char* path, size_t index);
     void (*setInt64At)(const char* path, size_t index, int64_t value);
     void (*getAsInt64Array)(const char* path, int64_t* arrayOut, size_t arrayBufferLength);
     void (*setInt64Array)(const char* path, const int64_t* array, size_t arrayLength);
-    // Elements beyond 32 bits keep their low 32 bits.
+    // Elements as 32-bit integers. Those beyond 32 bits are read as their low 32 bits.
     void (*getAsIntArray)(const char* path, int32_t* arrayOut, size_t arrayBufferLength);
     void (*setIntArray)(const char* path, const int32_t* array, size_t arrayLength);
+    // Elements as 64-bit floats.
     double (*getAsFloat64At)(const char* path, size_t index);
     void (*setFloat64At)(const char* path, size_t index, double value);
     void (*getAsFloat64Array)(const char* path, double* arrayOut, size_t arrayBufferLength);
     void (*setFloat64Array)(const char* path, const double* array, size_t arrayLength);
-    // Elements are rounded to single precision.
+    // Elements as 32-bit floats, rounded to single precision when read.
     void (*getAsFloatArray)(const char* path, float* arrayOut, size_t arrayBufferLength);
     void (*setFloatArray)(const char* path, const float* array, size_t arrayLength);
+    // Elements as bools.
     bool (*getAsBoolAt)(const char* path, size_t index);
     void (*setBoolAt)(const char* path, size_t index, bool value);
     void (*getAsBoolArray)(const char* path, bool* arrayOut, size_t arrayBufferLength);
@@ -150,9 +160,11 @@ struct ISettings {
     const char* (*createStringBufferFromItemValueAt)(const char* path, size_t index);
     // The element's own string; see getStringBuffer for how long it is good.
     const char* (*getStringBufferAt)(const char* path, size_t index);
+    // Exactly setString of path/index.
     void (*setStringAt)(const char* path, size_t index, const char* value);
     // Fills in the elements' own strings; an element of another type gives null.
     void (*getStringBufferArray)(const char* path, const char** arrayOut, size_t arrayBufferLength);
+    // As the other whole-array writes; the texts are copied.
     void (*setStringArray)(const char* path, const char* const* array, size_t arrayLength);
 
     // -- transactions
@@ -230,6 +242,8 @@ struct ISettings {
 
     // -- conveniences over the slots, compiled into the caller; 32-bit results saturate
 
+    // The 64-bit slots for 32-bit values. What does not fit when read becomes the nearest value
+    // that does.
     int32_t getAsInt(const char* path) const {
         return saturateToInt32(getAsInt64(path));
     }

@@ -47,8 +47,10 @@ namespace vorn::settings {
 // when it is long; for the others nothing of this is left after inlining.
 class TextArg {
 public:
+    // Of a text that ends with a zero, as it is.
     TextArg(const char* text) : m_text(text) {}
     TextArg(const std::string& text) : m_text(text.c_str()) {}
+    // Of a view, copied.
     TextArg(std::string_view text)
         : m_heap(text.size() < sizeof(m_inline) ? nullptr : new char[text.size() + 1]) {
         char* copy = m_heap ? m_heap : m_inline;
@@ -61,6 +63,7 @@ public:
     TextArg(const TextArg&) = delete;
     TextArg& operator=(const TextArg&) = delete;
 
+    // The text, or the null pointer it was made of.
     const char* c_str() const {
         return m_text;
     }
@@ -74,8 +77,8 @@ private:
 // One event of a batch. The path is that of the changed node; when the node is gone before its
 // event is told, that of the subscription.
 struct Change {
-    std::string path;
-    ChangeEventType type;
+    std::string path;     // begins with "/"
+    ChangeEventType type; // written or about to go
 };
 using ChangeBatch = std::vector<Change>; // in the order of the events
 
@@ -84,6 +87,7 @@ using ChangeBatch = std::vector<Change>; // in the order of the events
 template <class Table, class Pointer, void (*Table::*kRelease)(Pointer)>
 class TableGuard {
 public:
+    // Nothing to give back; something of that table; what another guard had.
     TableGuard() = default;
     TableGuard(const Table* table, Pointer pointer) : m_table(table), m_pointer(pointer) {}
     TableGuard(TableGuard&& other) noexcept
@@ -104,6 +108,7 @@ public:
     explicit operator bool() const {
         return m_pointer != nullptr;
     }
+    // What there is, or null.
     Pointer get() const {
         return m_pointer;
     }
@@ -121,14 +126,15 @@ public:
     }
 
 protected:
-    const Table* m_table = nullptr;
-    Pointer m_pointer = nullptr;
+    const Table* m_table = nullptr; // that made it
+    Pointer m_pointer = nullptr;    // to give back, or null
 };
 
 // A text that the store made; given back at the end of the scope.
 class [[nodiscard]] StringBuffer
     : public TableGuard<ISettings, const char*, &ISettings::destroyStringBuffer> {
 public:
+    // Made as every guard.
     using TableGuard::TableGuard;
 
     // The text, empty when there is none. Good as long as the guard.
@@ -722,6 +728,7 @@ inline void detail::BatchRecord::_collect(Change&& change) {
 // A subscription; ends with the guard. Empty when the table gave none.
 class [[nodiscard]] Subscription {
 public:
+    // None; one of the facade's records; what another guard had.
     Subscription() = default;
     explicit Subscription(detail::SubscriptionRecord* record) : m_record(record) {}
     Subscription(Subscription&& other) noexcept
@@ -737,6 +744,7 @@ public:
         reset();
     }
 
+    // Whether there is one.
     explicit operator bool() const {
         return m_record != nullptr;
     }
@@ -752,6 +760,8 @@ public:
 private:
     detail::SubscriptionRecord* m_record = nullptr;
 };
+
+// Names for what onNodeChange and onTreeChange give.
 using NodeSubscription = Subscription;
 using TreeSubscription = Subscription;
 
@@ -760,6 +770,7 @@ using TreeSubscription = Subscription;
 class [[nodiscard]] TransactionGuard
     : public TableGuard<ISettings, Transaction*, &ISettings::destroyTransaction> {
 public:
+    // Made as every guard.
     using TableGuard::TableGuard;
 
     // Notes a single value. [transacts]
@@ -780,6 +791,7 @@ public:
     }
 };
 
+// The settings of a table, typed. What holds for all of it is said at the top of SettingsUtils.h.
 class Settings {
 public:
     // The dictionary table is needed for paths of items, batches, copies, and to tell an empty
