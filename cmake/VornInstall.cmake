@@ -1,5 +1,5 @@
-# What `cmake --install` lays out: headers, host library, plugins, CMake package and pkg-config file,
-# in the components headers, host, plugins and tool; and the Debian packages that CPack makes of it.
+# What `cmake --install` lays out: headers, host library, plugins, tool, CMake package and pkg-config
+# file, in the components headers, host, plugins and tool.
 
 include(CMakePackageConfigHelpers)
 
