@@ -16,13 +16,20 @@ namespace vorn::settings {
 // ignored. REQUIRES: item is root or lies below it.
 void getFullPath(MflString* fullPath, const dictionary::Item* item, const dictionary::Item* root);
 
+// Whether any event could reach anyone. If not, no path is composed and no node looked at.
+inline bool isAnyoneSubscribed() {
+    return !g_changeEventsSubscriptions.empty() || !g_treeChangeEventsSubscriptions.empty();
+}
+
 // Sends the event of a node of the settings.
-void triggerAllChangeCallbacks(const dictionary::Item* item, ChangeEventType eventType);
+void sendEvent(const dictionary::Item* item, ChangeEventType eventType);
+inline void triggerAllChangeCallbacks(const dictionary::Item* item, ChangeEventType eventType) {
+    if (isAnyoneSubscribed()) [[unlikely]] {
+        sendEvent(item, eventType);
+    }
+}
 
 // Sends the event of whatever node lies at a full path; callbacks get null when there is none.
 void triggerAllChangeCallbacksFromPath(const char* fullpath, ChangeEventType eventType);
-
-// Makes sure that no dispatch of this thread calls the subscription any more.
-void strikeOutOfDispatches(SubscriptionId* subscriptionId);
 
 } // namespace vorn::settings

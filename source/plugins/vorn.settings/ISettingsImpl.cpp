@@ -597,7 +597,7 @@ SubscriptionId* subscribe(ChangeEventsSubscriptions& subscriptions,
     }
     auto* subscriptionId = new (memory) SubscriptionId(onChangeEventFn, userData);
     try {
-        subscriptions.add(HashedPath(path), subscriptionId);
+        subscriptions.add(path, subscriptionId);
     } catch (...) {
         g_subscriptionIdAlloc.deallocate(memory);
         throw;
@@ -621,7 +621,6 @@ SubscriptionId* subscribeToTreeChangeEventsImpl(const char* path,
 void unsubscribeToChangeEventsImpl(SubscriptionId* subscriptionId) {
     if (g_changeEventsSubscriptions.remove(subscriptionId) ||
         g_treeChangeEventsSubscriptions.remove(subscriptionId)) {
-        strikeOutOfDispatches(subscriptionId);
         g_subscriptionIdAlloc.deallocate(subscriptionId);
     }
 }

@@ -46,20 +46,19 @@ MergeReport::MergeReport(const char* dstPath,
                          const Item* srcRoot,
                          dictionary::OnUpdateItemFn onUpdateItemFn,
                          void* userData)
-    : m_data{{},
-             {},
-             dstPath,
-             srcRoot,
-             {},
-             onUpdateItemFn ? onUpdateItemFn : dictionary::kUpdateItemOverwriteOriginal,
+    : m_data{{},      {},
+             dstPath, srcRoot,
+             {},      onUpdateItemFn ? onUpdateItemFn : dictionary::kUpdateItemOverwriteOriginal,
              userData},
       m_destinationPrefix(makeDestinationPrefix(dstPath)), m_outer(t_innermostReport) {
     m_data.updatedItems.reserve(kUpdateTrackerReserve);
     m_data.sourceItems.reserve(kUpdateTrackerReserve);
     t_innermostReport = this;
+    g_count.fetch_add(1, std::memory_order_relaxed);
 }
 
 MergeReport::~MergeReport() {
+    g_count.fetch_sub(1, std::memory_order_relaxed);
     t_innermostReport = m_outer;
 }
 
@@ -140,7 +139,7 @@ void MergeReport::send() {
     }
 }
 
-bool MergeReport::isAnyPending() {
+bool MergeReport::_isAnyPendingHere() {
     for (const MergeReport* report = t_innermostReport; report; report = report->m_outer) {
         if (report->m_sentCount < report->m_data.updatedItems.size()) {
             return true;
@@ -163,8 +162,8 @@ void MergeReport::_forEachPending(Change change) {
     }
 }
 
-void MergeReport::forgetSubtree(const Item* item) {
-    forgetBelow(item);
+void MergeReport::_forgetSubtree(const Item* item) {
+    _forgetBelow(item);
     _forEachPending([item](MergeReport& report, size_t i) {
         if (report.m_data.updatedItems[i] == item) {
             report.m_data.updatedItems[i] = nullptr;
@@ -172,8 +171,8 @@ void MergeReport::forgetSubtree(const Item* item) {
     });
 }
 
-void MergeReport::forgetBelow(const Item* item) {
-    if (isAnyPending() && g_idictionary->getItemType(item) == ItemType::eDictionary) {
+void MergeReport::_forgetBelow(const Item* item) {
+    if (g_idictionary->getItemType(item) == ItemType::eDictionary) {
         _forEachPending([item](MergeReport& report, size_t i) {
             if (isBelow(item, report.m_data.updatedItems[i])) {
                 report.m_data.updatedItems[i] = nullptr;

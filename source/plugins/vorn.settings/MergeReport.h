@@ -8,6 +8,8 @@
 
 #include "State.h"
 
+#include <atomic>
+#include <cstdint>
 #include <exception>
 #include <vector>
 
@@ -52,12 +54,22 @@ public:
     void send();
 
     // Whether an event of a node that existed before its merge is still to come on this thread.
-    static bool isAnyPending();
+    static bool isAnyPending() {
+        return g_count.load(std::memory_order_relaxed) != 0 && _isAnyPendingHere();
+    }
 
     // What is about to be destroyed gets no event from any report of this thread: the item and
     // everything below it, or, because a value is written over the item, only the latter.
-    static void forgetSubtree(const dictionary::Item* item);
-    static void forgetBelow(const dictionary::Item* item);
+    static void forgetSubtree(const dictionary::Item* item) {
+        if (isAnyPending()) [[unlikely]] {
+            _forgetSubtree(item);
+        }
+    }
+    static void forgetBelow(const dictionary::Item* item) {
+        if (isAnyPending()) [[unlikely]] {
+            _forgetBelow(item);
+        }
+    }
 
     // The same for an item that a merge is about to write, if that destroys anything.
     static void forgetOverwritten(const dictionary::Item* dstItem,
@@ -69,12 +81,17 @@ public:
     static void rememberByPathBelow(const dictionary::Item* item);
 
 private:
+    static bool _isAnyPendingHere();
+    static void _forgetSubtree(const dictionary::Item* item);
+    static void _forgetBelow(const dictionary::Item* item);
     template <class Change>
     static void _forEachPending(Change change);
 
     bool _isAwaited() const;
     void _record(const dictionary::Item* dstItem, const dictionary::Item* srcItem);
     void _composePaths();
+
+    static inline std::atomic<uint32_t> g_count{0}; // reports of all threads
 
     MergeDataWrapper m_data;
     MflString m_destinationPrefix; // of the full path of every node of the merge

@@ -103,56 +103,15 @@ using MflString =
 struct MflStringHash {
     static constexpr uint64_t kFnvOffsetBasis = vorn::kFnvBasis;
     static constexpr uint64_t kFnvPrime = vorn::kFnvPrime;
-    static constexpr uint64_t kFnvPrimeInverse = 0xce965057aff6957bull;
-    static_assert(kFnvPrime * kFnvPrimeInverse == 1, "undoes the multiplication modulo 2^64");
 
     size_t operator()(const MflString& mflString) const {
-        return ofBytes(mflString);
-    }
-
-    static size_t ofBytes(std::string_view bytes) {
         uint64_t hashVal = kFnvOffsetBasis;
-        for (const char byte : bytes) {
-            hashVal = (hashVal ^ _widen(byte)) * kFnvPrime;
+        for (const char byte : mflString) {
+            const auto widened = static_cast<int64_t>(static_cast<signed char>(byte));
+            hashVal = (hashVal ^ static_cast<uint64_t>(widened)) * kFnvPrime;
         }
         return hashVal;
     }
-
-    // The hash of a string less its last byte, from that of the whole string.
-    static size_t withoutLast(size_t hashVal, char lastByte) {
-        return (hashVal * kFnvPrimeInverse) ^ _widen(lastByte);
-    }
-
-private:
-    static uint64_t _widen(char byte) {
-        return static_cast<uint64_t>(static_cast<int64_t>(static_cast<signed char>(byte)));
-    }
-};
-
-// A view of a path together with its hash, which follows when the path is shortened.
-class HashedPath {
-public:
-    explicit HashedPath(std::string_view path)
-        : m_path(path), m_hash(MflStringHash::ofBytes(path)) {}
-
-    std::string_view path() const {
-        return m_path;
-    }
-    size_t hash() const {
-        return m_hash;
-    }
-
-    // Cuts the last byte off and returns it. REQUIRES: the path is not empty.
-    char removeLast() {
-        const char last = m_path.back();
-        m_path.remove_suffix(1);
-        m_hash = MflStringHash::withoutLast(m_hash, last);
-        return last;
-    }
-
-private:
-    std::string_view m_path;
-    size_t m_hash;
 };
 
 } // namespace vorn::settings

@@ -33,9 +33,4 @@ extern extras::FreeListAllocator g_transactionAlloc;
 extern std::unordered_set<const char*> g_createdBuffers;
 extern std::mutex g_createdBuffersMutex;
 
-// Whether any event could reach anyone.
-inline bool isAnyoneSubscribed() {
-    return !g_changeEventsSubscriptions.empty() || !g_treeChangeEventsSubscriptions.empty();
-}
-
 } // namespace vorn::settings

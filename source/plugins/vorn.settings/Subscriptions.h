@@ -3,6 +3,7 @@
 // Threads: as the table's slots say; the map itself has no lock.
 #pragma once
 
+#include "HashedPath.h"
 #include "PooledString.h"
 #include "ProbeTable.h"
 
@@ -38,36 +39,35 @@ struct SubscriptionId {
 
 static_assert(sizeof(SubscriptionId) == 24 && offsetof(SubscriptionId, userData) == 16, "layout");
 
-// From each path to its subscriptions, newest first. The records stay their owner's: the map
-// compares their addresses and never looks into them.
+// From each path to its subscriptions, newest first. The records stay their owner's: the map copies
+// what they say, and from then on only compares their addresses.
 //
-// Invariant: every record in a group has exactly one entry in m_places, which says where it lies;
-// no group is empty.
+// The subscriptions of a path are visited in place, while callbacks may subscribe and unsubscribe:
+// what is added goes where the visit has already been, what is removed leaves a hole, and only
+// when no visit of the thread is left are holes closed.
+//
+// Invariant: every record of a group has exactly one entry in m_places, which says where it lies;
+// a group without records is being visited.
 class ChangeEventsSubscriptions {
-public:
-    // The subscriptions of one path.
-    class Group {
-    public:
-        explicit Group(std::string_view path) : m_path(path) {}
-
-        size_t size() const {
-            return m_size;
-        }
-        // Copies the records, newest first, into size() places.
-        void copyNewestFirst(SubscriptionId** out) const {
-            std::copy_if(m_records.rbegin(), m_records.rend(), out,
-                         [](const SubscriptionId* record) { return record != nullptr; });
-        }
-
-    private:
-        friend class ChangeEventsSubscriptions;
-
-        MflString m_path;
-        // Oldest first, so that adding is cheap; null where a record was removed, but in no more
-        // than half of the places.
-        std::vector<SubscriptionId*> m_records;
-        size_t m_size = 0; // records without the nulls
+    // A subscription: the record and, for a visit to find it at once, what it says.
+    struct Entry {
+        const SubscriptionId* record; // null in a hole
+        SubscriptionId subscription;
     };
+
+    // The subscriptions of one path.
+    struct Group {
+        MflString path;
+        // Oldest first, so that adding is cheap; with holes where records were removed, but in no
+        // more than half of the places unless the group is being visited.
+        std::vector<Entry> entries;
+        size_t size = 0; // entries without the holes
+    };
+
+public:
+    ChangeEventsSubscriptions() = default;
+    ChangeEventsSubscriptions(const ChangeEventsSubscriptions&) = delete;
+    ChangeEventsSubscriptions& operator=(const ChangeEventsSubscriptions&) = delete;
 
     bool empty() const {
         return m_places.size() == 0;
@@ -77,52 +77,39 @@ public:
         return m_places.size();
     }
 
-    // The subscriptions of exactly that path, or null. Good until the next change of the map.
-    const Group* find(const HashedPath& path) const {
-        return _findGroup(path);
-    }
+    // What one has to be who visits subscriptions; for any number of visits, one after another.
+    class Visitor;
+
+    // Calls call(subscription) for the subscriptions of exactly that path: those that exist now, as
+    // long as they exist.
+    template <class Call>
+    void visit(Visitor& visitor, const HashedPath& path, Call call);
 
     // Puts the record in front of those of its path. When it throws, the map is as before.
-    void add(const HashedPath& path, SubscriptionId* record) {
+    void add(std::string_view path, const SubscriptionId* record) {
         m_places.reserveOne();
-        Group* group = _findGroup(path);
+        const size_t pathHash = HashedPath(path).hash();
+        Group* group = _findGroup(path, pathHash);
         if (group) {
-            group->m_records.push_back(record);
+            group->entries.push_back({record, *record});
         } else {
-            auto newGroup = std::make_unique<Group>(path.path());
-            newGroup->m_records.push_back(record);
+            auto newGroup = std::make_unique<Group>();
+            newGroup->path = path;
+            newGroup->entries.push_back({record, *record});
             m_groups.reserveOne();
             group = newGroup.get();
-            m_groups.insert({std::move(newGroup), path.hash()});
+            m_groups.insert({std::move(newGroup), pathHash});
         }
-        ++group->m_size;
-        m_places.insert({record, group, group->m_records.size() - 1});
+        ++group->size;
+        m_places.insert({record, group, group->entries.size() - 1});
     }
 
     // Takes the record out; false when the map does not hold it, whatever it points to.
     // Constant time on average.
-    bool remove(const SubscriptionId* record) {
-        Place* place = _findPlace(record);
-        if (!place) {
-            return false;
-        }
-        Group* group = place->group;
-        group->m_records[place->position] = nullptr;
-        --group->m_size;
-        m_places.erase(place);
-        if (group->m_size == 0) {
-            _eraseGroup(group);
-        } else if (group->m_records.size() > 2 * group->m_size) {
-            _closeHoles(*group);
-        }
-        return true;
-    }
+    bool remove(const SubscriptionId* record);
 
-    // Forgets every record and gives all memory back.
-    void clear() {
-        m_places.clear();
-        m_groups.clear();
-    }
+    // Forgets every record and gives all memory back; visits end.
+    void clear();
 
 private:
     // Entry of m_groups.
@@ -142,7 +129,7 @@ private:
     struct Place {
         const SubscriptionId* record = nullptr;
         Group* group = nullptr;
-        size_t position = 0; // in the group's records
+        size_t position = 0; // in the group's entries
 
         bool isEmpty() const {
             return !record;
@@ -156,9 +143,9 @@ private:
         return reinterpret_cast<uintptr_t>(record);
     }
 
-    Group* _findGroup(const HashedPath& path) const {
-        const OwnedGroup* entry = m_groups.find(path.hash(), [&](const OwnedGroup& candidate) {
-            return std::string_view(candidate.group->m_path) == path.path();
+    Group* _findGroup(std::string_view path, size_t pathHash) const {
+        const OwnedGroup* entry = m_groups.find(pathHash, [&](const OwnedGroup& candidate) {
+            return std::string_view(candidate.group->path) == path;
         });
         return entry ? entry->group.get() : nullptr;
     }
@@ -167,23 +154,109 @@ private:
         return m_places.find(_hashOf(record), [](const Place&) { return true; });
     }
 
-    void _eraseGroup(const Group* group) {
-        const size_t pathHash = MflStringHash()(group->m_path);
-        m_groups.erase(m_groups.find(
-            pathHash, [&](const OwnedGroup& candidate) { return candidate.group.get() == group; }));
-    }
-
-    // Moves the group's records together. Runs after as many removals as it takes steps.
-    void _closeHoles(Group& group) {
-        std::vector<SubscriptionId*>& records = group.m_records;
-        records.erase(std::remove(records.begin(), records.end(), nullptr), records.end());
-        for (size_t position = 0; position < records.size(); ++position) {
-            _findPlace(records[position])->position = position;
+    // Erases an empty group; closes the holes of one that has too many, which happens after as many
+    // removals as it takes steps. REQUIRES: no visits.
+    void _tidy(Group* group) {
+        std::vector<Entry>& entries = group->entries;
+        if (group->size == 0) {
+            const size_t pathHash = HashedPath(group->path).hash();
+            m_groups.erase(m_groups.find(pathHash, [&](const OwnedGroup& candidate) {
+                return candidate.group.get() == group;
+            }));
+        } else if (entries.size() > 2 * group->size) {
+            const auto isHole = [](const Entry& entry) { return !entry.record; };
+            entries.erase(std::remove_if(entries.begin(), entries.end(), isHole), entries.end());
+            for (size_t position = 0; position < entries.size(); ++position) {
+                _findPlace(entries[position].record)->position = position;
+            }
         }
     }
 
     ProbeTable<OwnedGroup> m_groups;
     ProbeTable<Place> m_places;
 };
+
+// The visitors of a thread form a chain through its stack, which is enough to know of: nobody
+// subscribes or unsubscribes while another thread makes a visit.
+class ChangeEventsSubscriptions::Visitor {
+public:
+    Visitor() : m_outer(t_innermost) {
+        t_innermost = this;
+    }
+    ~Visitor() {
+        t_innermost = m_outer;
+    }
+    Visitor(const Visitor&) = delete;
+    Visitor& operator=(const Visitor&) = delete;
+
+private:
+    friend class ChangeEventsSubscriptions;
+
+    static bool isAnyAt(const Group* group) {
+        const Visitor* visitor = t_innermost;
+        while (visitor && visitor->m_group != group) {
+            visitor = visitor->m_outer;
+        }
+        return visitor != nullptr;
+    }
+    static void sendAllAway(const ChangeEventsSubscriptions& subscriptions) {
+        for (Visitor* visitor = t_innermost; visitor; visitor = visitor->m_outer) {
+            if (visitor->m_subscriptions == &subscriptions) {
+                visitor->m_group = nullptr;
+            }
+        }
+    }
+
+    // A plain pointer, since a thread-local object with a destructor would keep the library in
+    // memory after it is unloaded.
+    static inline constinit thread_local Visitor* t_innermost = nullptr;
+
+    const ChangeEventsSubscriptions* m_subscriptions = nullptr;
+    Group* m_group = nullptr; // where it is; null when it is nowhere or was sent away
+    Visitor* m_outer;
+};
+
+template <class Call>
+void ChangeEventsSubscriptions::visit(Visitor& visitor, const HashedPath& path, Call call) {
+    Group* group = _findGroup(path.path(), path.hash());
+    if (!group) {
+        return;
+    }
+    visitor.m_subscriptions = this;
+    visitor.m_group = group;
+    for (size_t next = group->entries.size(); next > 0 && visitor.m_group;) {
+        const Entry& entry = group->entries[--next];
+        if (entry.record) [[likely]] {
+            call(entry.subscription);
+        }
+    }
+    if (visitor.m_group) {
+        visitor.m_group = nullptr;
+        if (group->entries.size() > 2 * group->size && !Visitor::isAnyAt(group)) {
+            _tidy(group);
+        }
+    }
+}
+
+inline bool ChangeEventsSubscriptions::remove(const SubscriptionId* record) {
+    Place* place = _findPlace(record);
+    if (!place) {
+        return false;
+    }
+    Group* group = place->group;
+    group->entries[place->position].record = nullptr;
+    --group->size;
+    m_places.erase(place);
+    if (!Visitor::isAnyAt(group)) {
+        _tidy(group);
+    }
+    return true;
+}
+
+inline void ChangeEventsSubscriptions::clear() {
+    Visitor::sendAllAway(*this);
+    m_places.clear();
+    m_groups.clear();
+}
 
 } // namespace vorn::settings
