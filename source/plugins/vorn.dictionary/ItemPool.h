@@ -6,6 +6,7 @@
 // Threads: at() from any thread; everything else under the tree's lock.
 #pragma once
 
+#include "HugePages.h"
 #include "Item.h"
 
 #include <cstdlib>
@@ -39,7 +40,7 @@ public:
             item->payload.store(0, std::memory_order_relaxed);
             return index;
         }
-        if (m_end >= m_capacity && !_addChunk()) {
+        if (m_end >= m_capacity && !_addChunks()) {
             return kNoItem;
         }
         const uint32_t index = m_end++;
@@ -62,8 +63,11 @@ public:
 
     // Gives all memory back to the system.
     void release() {
-        for (uint32_t i = 0; i < m_capacity >> kChunkBits; ++i) {
-            std::free(g_chunks[i].exchange(nullptr, std::memory_order_relaxed));
+        for (uint32_t chunk = 0; chunk < m_capacity >> kChunkBits; ++chunk) {
+            Item* items = g_chunks[chunk].exchange(nullptr, std::memory_order_relaxed);
+            if (chunk < kFirstChunks || chunk % kChunksOfBlock == 0) {
+                std::free(items);
+            }
         }
         m_end = kFirstIndex;
         m_capacity = 0;
@@ -75,24 +79,35 @@ private:
     static constexpr uint32_t kChunkSize = 1u << kChunkBits;
     static constexpr unsigned kIndexBits = 31;
 
-    bool _addChunk() {
+    // The first chunks lie each in a block of its own, later ones several together, in huge pages.
+    static constexpr uint32_t kFirstChunks = 8;
+    static constexpr uint32_t kChunksOfBlock = 4;
+    static_assert(kFirstChunks % kChunksOfBlock == 0);
+
+    bool _addChunks() {
         if (m_capacity >> kIndexBits) {
             return false;
         }
-        void* chunk = std::malloc(kChunkSize * sizeof(Item));
-        if (!chunk) {
+        const uint32_t first = m_capacity >> kChunkBits;
+        const uint32_t count = first < kFirstChunks ? 1 : kChunksOfBlock;
+        const size_t bytes = count * kChunkSize * sizeof(Item);
+        void* block =
+            count == 1 ? std::aligned_alloc(alignof(Item), bytes) : allocateHugePages(bytes);
+        if (!block) {
             return false;
         }
-        if (m_capacity == 0) {
+        auto* items = static_cast<Item*>(block);
+        if (first == 0) {
             // The indices that name no item lead to items without a name, which match nothing.
-            std::memset(chunk, 0, kFirstIndex * sizeof(Item));
+            std::memset(block, 0, kFirstIndex * sizeof(Item));
             for (uint32_t i = 0; i < kFirstIndex; ++i) {
-                static_cast<Item*>(chunk)[i].branch = &Branch::ofRoots;
+                items[i].branch = &Branch::ofRoots;
             }
         }
-        g_chunks[m_capacity >> kChunkBits].store(static_cast<Item*>(chunk),
-                                                 std::memory_order_release);
-        m_capacity += kChunkSize;
+        for (uint32_t i = 0; i < count; ++i) {
+            g_chunks[first + i].store(items + i * kChunkSize, std::memory_order_release);
+        }
+        m_capacity += count * kChunkSize;
         return true;
     }
 

@@ -64,7 +64,9 @@ PathTable::Table* PathTable::_takeTable(unsigned bits) {
         m_retired[bits] = table->nextRetired;
     } else {
         const size_t bytes = sizeof(Table) + (sizeof(uint32_t) << bits);
-        void* memory = std::aligned_alloc(alignof(Table), alignedSize(bytes, alignof(Table)));
+        void* memory = bytes < kHugePageSize
+                           ? std::aligned_alloc(alignof(Table), alignedSize(bytes, alignof(Table)))
+                           : allocateHugePages(bytes);
         if (!memory) {
             return nullptr;
         }
