@@ -200,14 +200,12 @@ inline bool Item::isRoot() const {
 }
 
 inline void Item::setInlineName(std::string_view text) {
-    constexpr size_t kBlock = sizeof(pathEnd);
-    char path[2 * kBlock] = {}; // its end; the name begins at kBlock
-    if (branch->hasPath()) {
-        const size_t kept = branch->pathLength < kBlock ? branch->pathLength : kBlock;
-        std::memcpy(path + kBlock - kept, branch->path() + branch->pathLength - kept, kept);
-    }
-    std::memcpy(path + kBlock, text.data(), text.size());
-    std::memcpy(pathEnd, path + kBlock + text.size() - kInlineNameCapacity, sizeof(pathEnd));
+    const size_t nameBegin = kInlineNameCapacity - text.size();
+    const size_t above = branch->hasPath() ? branch->pathLength : 0;
+    const size_t kept = above < nameBegin ? above : nameBegin;
+    clearName();
+    std::memcpy(pathEnd + nameBegin - kept, branch->path() + above - kept, kept);
+    std::memcpy(pathEnd + nameBegin, text.data(), text.size());
     nameWord = static_cast<uint32_t>(text.size());
 }
 

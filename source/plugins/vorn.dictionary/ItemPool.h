@@ -65,8 +65,10 @@ public:
     void release() {
         for (uint32_t chunk = 0; chunk < m_capacity >> kChunkBits; ++chunk) {
             Item* items = g_chunks[chunk].exchange(nullptr, std::memory_order_relaxed);
-            if (chunk < kFirstChunks || chunk % kChunksOfBlock == 0) {
+            if (chunk < kFirstChunks) {
                 std::free(items);
+            } else if (chunk % kChunksOfBlock == 0) {
+                freeHugePages(items, kChunksOfBlock * kChunkSize * sizeof(Item));
             }
         }
         m_end = kFirstIndex;

@@ -45,11 +45,11 @@ uint32_t PathTable::remove(const Item* item) {
 }
 
 void PathTable::release() {
-    std::free(m_table.exchange(nullptr, std::memory_order_relaxed));
+    _free(m_table.exchange(nullptr, std::memory_order_relaxed));
     for (Table*& first : m_retired) {
         while (first) {
             Table* next = first->nextRetired;
-            std::free(first);
+            _free(first);
             first = next;
         }
     }
@@ -82,6 +82,15 @@ PathTable::Table* PathTable::_takeTable(unsigned bits) {
     return table;
 }
 
+// Null is ignored.
+void PathTable::_free(Table* table) {
+    if (table && table->bytes() >= kHugePageSize) {
+        freeHugePages(table, table->bytes());
+    } else {
+        std::free(table);
+    }
+}
+
 // Keeps a table that readers may still look at, without the memory of its whole pages.
 void PathTable::_retire(Table* table) {
     const auto pageSize = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
@@ -97,18 +106,19 @@ void PathTable::_retire(Table* table) {
 }
 
 void PathTable::_put(Table* table, uint32_t index, uint32_t hash) {
-    std::atomic<uint32_t>* slots = table->slots();
     const uint32_t indexMask = table->indexMask;
-    size_t i = _firstOf(hash, indexMask);
-    uint32_t slot = slots[i].load(std::memory_order_relaxed);
-    while (slot > kRemoved) {
-        i = (i + 1) & indexMask;
-        slot = slots[i].load(std::memory_order_relaxed);
+    constexpr uint32_t kMarks = kEmpty | kRemoved;
+    size_t first = _firstOf(hash, indexMask);
+    unsigned unused = Group(table->slots() + first).findTag(0, ~kMarks);
+    while (!unused) {
+        first = (first + kGroupSize) & indexMask;
+        unused = Group(table->slots() + first).findTag(0, ~kMarks);
     }
-    if (slot == kRemoved) {
+    std::atomic<uint32_t>& slot = table->slots()[first + Group::first(unused)];
+    if (slot.load(std::memory_order_relaxed) == kRemoved) {
         --m_removed;
     }
-    slots[i].store((hash & ~indexMask) | index, std::memory_order_release);
+    slot.store((hash & ~indexMask) | index, std::memory_order_release);
 }
 
 // Replaces the table by one of the given size. Items are visited in the order of their memory,

@@ -46,6 +46,19 @@ public:
         return item->hash.load(std::memory_order_acquire) == hash ? item : nullptr;
     }
 
+    // Whether one look tells that there is no item of that hash.
+    bool isAbsent(uint32_t hash) const {
+        const uint64_t generation = m_generation.load(std::memory_order_acquire);
+        const Table* table = m_table.load(std::memory_order_acquire);
+        if (!table) {
+            return true;
+        }
+        const uint32_t indexMask = table->indexMask;
+        const Group group(table->slots() + _firstOf(hash, indexMask));
+        return group.findTag(hash, ~indexMask) == 0 && group.findTag(kEmpty, ~uint32_t{0}) != 0 &&
+               m_generation.load(std::memory_order_acquire) == generation;
+    }
+
     // The item of that hash which accept(item) confirms, or null.
     template <class Accept>
     Item* find(uint32_t hash, Accept accept) const {
@@ -167,6 +180,7 @@ private:
         return used <= (size_t{7} << bits) / 8;
     }
     Table* _takeTable(unsigned bits);
+    static void _free(Table* table);
     void _retire(Table* table);
     void _put(Table* table, uint32_t index, uint32_t hash);
     bool _rebuild(unsigned bits);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace vorn::dictionary {
@@ -73,8 +74,8 @@ Item* Tree::_findOrCreate(Item* parent, std::string_view path, Content content, 
     Item* anchor = nullptr;
     size_t known = path.size();
     while (!anchor) {
-        const size_t slash = path.rfind('/', known - 1);
-        known = slash == std::string_view::npos ? 0 : slash;
+        const void* slash = ::memrchr(path.data(), '/', known);
+        known = slash ? static_cast<size_t>(static_cast<const char*>(slash) - path.data()) : 0;
         anchor = find(parent, path.data(), known);
     }
     const std::string_view missing = path.substr(known == 0 ? 0 : known + 1);
@@ -82,10 +83,10 @@ Item* Tree::_findOrCreate(Item* parent, std::string_view path, Content content, 
         return nullptr;
     }
     const uint32_t hash = extendHash(anchor->childHash(), missing.data(), missing.size());
-    Item* item = m_paths.find(hash, [&](const Item* candidate) {
-        return candidate->parent() == anchor && candidate->nameView() == missing;
-    });
-    if (item) {
+    const auto isWanted = [&](const Item* item) {
+        return item->parent() == anchor && item->nameView() == missing;
+    };
+    if (Item* item = m_paths.isAbsent(hash) ? nullptr : m_paths.find(hash, isWanted)) {
         return item;
     }
     *isNew = true;

@@ -49,8 +49,12 @@ public:
         const uint32_t start = base->hash.load(std::memory_order_relaxed);
         const uint32_t hash = extendHash(start, path, length);
         Item* candidate = m_paths.firstCandidate(hash);
-        if (candidate && candidate->isAtOrdinary(base, path, length)) [[likely]] {
-            return candidate;
+        if (candidate) [[likely]] {
+            if (candidate->isAtOrdinary(base, path, length)) [[likely]] {
+                return candidate;
+            }
+        } else if (m_paths.isAbsent(hash)) {
+            return nullptr;
         }
         return _findAmong(candidate, base, path, length, hash);
     }
