@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -37,21 +38,20 @@ private:
 };
 
 // Reads what nearly every element is named: up to nine digits without a leading zero.
-inline std::optional<size_t> parsePlainIndex(const char* string, size_t stringLen) {
+inline std::optional<size_t> parsePlainIndex(const char* string) {
     constexpr size_t kMaxDigits = 9; // any number of that many digits is an index
-    const bool hasLeadingZero = string[0] == '0' && stringLen > 1;
-    if (stringLen == 0 || stringLen > kMaxDigits || hasLeadingZero) {
-        return std::nullopt;
-    }
     size_t value = 0;
-    for (size_t i = 0; i < stringLen; ++i) {
-        const unsigned digit = static_cast<unsigned char>(string[i]) - unsigned{'0'};
+    size_t length = 0;
+    for (; length < kMaxDigits; ++length) {
+        const unsigned digit = static_cast<unsigned char>(string[length]) - unsigned{'0'};
         if (digit > 9) {
-            return std::nullopt;
+            break;
         }
         value = value * 10 + digit;
     }
-    return string[stringLen] == '\0' ? std::optional<size_t>(value) : std::nullopt;
+    const bool hasLeadingZero = string[0] == '0' && length > 1;
+    const bool isPlain = string[length] == '\0' && length > 0 && !hasLeadingZero;
+    return isPlain ? std::optional<size_t>(value) : std::nullopt;
 }
 
 // Reads whatever strtol reads in base 0 to the last character; of the number the low 32 bits
@@ -70,10 +70,10 @@ inline std::optional<size_t> parseLenientIndex(const char* string, size_t string
 
 // The index that a name denotes, or 0 with *isValid (which may be null) false: "7", "007",
 // "0x1f", "+3", " 3" and "" are names of indices; "3 ", "3a", "-1", "08", "1.0" and "0x" are not.
-inline size_t getValidIndex(const char* string, size_t stringLen, bool* isValid) {
-    std::optional<size_t> index = parsePlainIndex(string, stringLen);
-    if (!index) {
-        index = parseLenientIndex(string, stringLen);
+inline size_t getValidIndex(const char* string, bool* isValid) {
+    std::optional<size_t> index = parsePlainIndex(string);
+    if (!index) [[unlikely]] {
+        index = parseLenientIndex(string, std::strlen(string));
     }
     if (isValid) {
         *isValid = index.has_value();

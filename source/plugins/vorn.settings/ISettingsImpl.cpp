@@ -332,9 +332,7 @@ size_t getChildValidIndex(const Item* childItem, bool* isElIdxValid) {
     if (!childItem) [[unlikely]] {
         return 0;
     }
-    const char* elIdxString = g_idictionary->getItemName(childItem);
-    const size_t elIdxStringLen = std::strlen(elIdxString);
-    return getValidIndex(elIdxString, elIdxStringLen, isElIdxValid);
+    return getValidIndex(g_idictionary->getItemName(childItem), isElIdxValid);
 }
 
 // The length of the array at path; 0 when the node is missing or fails the test.
@@ -411,7 +409,7 @@ void getSharedArray(Item* item, T* arrayOut, size_t arrayBufferLength, const cha
         }
         const char* name = g_idictionary->getItemName(child);
         bool isElIdxValid = false;
-        const size_t elIdx = getValidIndex(name, std::strlen(name), &isElIdxValid);
+        const size_t elIdx = getValidIndex(name, &isElIdxValid);
         if (!isElIdxValid) {
             continue;
         }
