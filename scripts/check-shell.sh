@@ -4,4 +4,4 @@
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
-git ls-files -z --cached --others --exclude-standard '*.sh' .ci/run | xargs -0 -r shellcheck -x
+git ls-files -z --cached --others --exclude-standard '*.sh' '*.bash' .ci/run | xargs -0 -r shellcheck -x

@@ -6,11 +6,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <linux/capability.h>
 #include <poll.h>
 #include <pty.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,58 +16,37 @@ namespace vorn::test {
 static constexpr int kPatienceMilliseconds = 10000;
 
 Process::Process(const std::vector<std::string>& command, const Surroundings& surroundings) {
-    if (surroundings.hasTerminal) {
-        m_pid = forkpty(&m_output.descriptor, nullptr, nullptr, nullptr);
-        if (m_pid == 0) {
-            setenv("TERM", "xterm", 1);
-            _startInChild(command, surroundings);
-        }
-        m_input = dup(m_output.descriptor);
-        return;
-    }
-    std::array<std::array<int, 2>, 3> pipes;
-    for (auto& ends : pipes) {
-        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    std::array<std::array<int, 2>, 3> streams = {{{-1, -1}, {-1, -1}, {-1, -1}}};
+    for (auto& ends : streams) {
+        if (!surroundings.hasTerminal && pipe2(ends.data(), O_CLOEXEC) != 0) {
             std::abort();
         }
     }
-    m_pid = fork();
+    int terminal = -1;
+    m_pid = surroundings.hasTerminal ? forkpty(&terminal, nullptr, nullptr, nullptr) : fork();
     if (m_pid == 0) {
-        dup2(pipes[0][0], STDIN_FILENO);
-        dup2(surroundings.output.empty() ? pipes[1][1]
-                                         : open(surroundings.output.c_str(), O_WRONLY | O_CLOEXEC),
-             STDOUT_FILENO);
-        dup2(pipes[2][1], STDERR_FILENO);
-        _startInChild(command, surroundings);
+        dup2(streams[0][0], STDIN_FILENO); // nothing is done where there is a terminal
+        dup2(streams[1][1], STDOUT_FILENO);
+        dup2(streams[2][1], STDERR_FILENO);
+        const std::string script = surroundings.setup + " \"$0\" \"$@\"";
+        std::vector<const char*> arguments = {"sh", "-c", script.c_str()};
+        for (const std::string& word : command) {
+            arguments.push_back(word.c_str());
+        }
+        arguments.push_back(nullptr);
+        setenv("TERM", "xterm", 1);
+        setenv("XDG_STATE_HOME", surroundings.directory.c_str(), 1);
+        if (chdir(surroundings.directory.c_str()) == 0) {
+            execv("/bin/sh", const_cast<char**>(arguments.data()));
+        }
+        _exit(127);
     }
-    close(pipes[0][0]);
-    close(pipes[1][1]);
-    close(pipes[2][1]);
-    m_input = pipes[0][1];
-    m_output.descriptor = pipes[1][0];
-    m_errors.descriptor = pipes[2][0];
-}
-
-void Process::_startInChild(const std::vector<std::string>& command,
-                            const Surroundings& surroundings) {
-    if (surroundings.isRestrained) {
-        prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
-        prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
+    for (int end : {streams[0][0], streams[1][1], streams[2][1]}) {
+        close(end);
     }
-    if (surroundings.fileSizeLimit > 0) {
-        const rlimit limit = {surroundings.fileSizeLimit, surroundings.fileSizeLimit};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        std::signal(SIGXFSZ, SIG_IGN); // the write fails instead
-    }
-    std::vector<char*> arguments;
-    for (const std::string& word : command) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
-    }
-    arguments.push_back(nullptr);
-    if (chdir(surroundings.directory.c_str()) == 0) {
-        execv(arguments[0], arguments.data());
-    }
-    _exit(127);
+    m_input = surroundings.hasTerminal ? dup(terminal) : streams[0][1];
+    m_output.descriptor = surroundings.hasTerminal ? terminal : streams[1][0];
+    m_errors.descriptor = streams[2][0];
 }
 
 Process::~Process() {
@@ -90,10 +66,7 @@ void Process::write(const std::string& text) {
     std::signal(SIGPIPE, SIG_IGN);
     for (size_t done = 0; done < text.size();) {
         const ssize_t count = ::write(m_input, text.data() + done, text.size() - done);
-        if (count < 0) {
-            return;
-        }
-        done += static_cast<size_t>(count);
+        done = count < 0 ? text.size() : done + static_cast<size_t>(count);
     }
 }
 

@@ -10,10 +10,8 @@ namespace vorn::test {
 // Where a program runs and what it may do there.
 struct Surroundings {
     std::string directory;
-    bool isRestrained = false; // permissions hold for it even when the tests run as root
-    size_t fileSizeLimit = 0;  // bytes it may write to one file; 0: any number
-    bool hasTerminal = false;  // input and output are a terminal
-    std::string output;        // a file to write to instead of to the test
+    std::string setup = "exec"; // what the command is appended to, for sh
+    bool hasTerminal = false;   // input and output are a terminal
 };
 
 class Process {
@@ -55,7 +53,6 @@ private:
         size_t seen = 0; // end of what was waited for
     };
 
-    void _startInChild(const std::vector<std::string>& command, const Surroundings& surroundings);
     bool _readSome(int milliseconds);
     bool _waitFor(Stream& stream, const std::string& text);
 

@@ -75,6 +75,16 @@ TEST_F(ShellTest, WordsMayBeQuotedAndValuesAreTheRestOfTheLine) {
               "quoted\n\"1\"\n-x --y\n");
 }
 
+TEST_F(ShellTest, ADryRunOnlyShowsWhatWouldChange) {
+    const auto before = contents();
+    EXPECT_EQ(script("set --dry-run /x {\"y\": 4, \"z\": true}\nreset --dry-run --json /other\n"
+                     "get /other\nset /other 2\nsave --dry-run\nsave --dry-run --json a.json\n"),
+              "/x/list/0: 1 -> unset\n/x/list/1: 2 -> unset\n/x/z: unset -> true\n"
+              "[{\"path\":\"/other\",\"old\":1,\"new\":null}]\n1\n/other: 1 -> 2\n"
+              "[{\"path\":\"/other\",\"old\":1,\"new\":2}]\n");
+    EXPECT_EQ(contents(), before);
+}
+
 TEST_F(ShellTest, LoadAndSaveMoveSettingsBetweenFiles) {
     write("b.json", R"({"other": 2, "more": 3})");
     EXPECT_EQ(script("watch /other\nload --keep b.json\nget /more\nload b.json\n"
@@ -111,9 +121,12 @@ TEST_F(ShellTest, ThePromptCompletesAndRemembers) {
     answer("watch /x\r", "\n");
     answer("set /x/y 5\r", "changed /x/y: 4 -> 5\r\n");
     answer("\x1b[A\r", "changed /x/y: 5 -> 5\r\n"); // the line before, again
+    answer("set \"/a b\" blank\r", "\n");
+    answer("get --j\t/a\t\r", "\n\"blank\"\r\n"); // an option, and a path that wants quotes
     answer("q\t", "uit");    // the editor is at work, so that the next keys are its own
     shell.write("\x15\x04"); // wipe the line; end of input
     EXPECT_EQ(shell.wait(), 0) << shell.output();
+    EXPECT_NE(read("vorn-settings/history").find("watch"), std::string::npos);
 }
 
 } // namespace

@@ -30,7 +30,10 @@ void takeJson(CLI::App& parser, Arguments& arguments) {
 }
 
 void takeDryRun(CLI::App& parser, Arguments& arguments) {
-    parser.add_flag("--dry-run", arguments.isDryRun, "Only print what would change in the file");
+    const CLI::Option* isDryRun =
+        parser.add_flag("--dry-run", arguments.isDryRun, "Only print what would change");
+    parser.add_flag("--json", arguments.isJson, "Print that as JSON")
+        ->needs(const_cast<CLI::Option*>(isDryRun));
 }
 
 void takeFiles(CLI::App& parser, Arguments& arguments, int count) {
@@ -47,10 +50,34 @@ void declareReadingAll(CLI::App& parser, Arguments& arguments) {
     takeJson(parser, arguments);
 }
 
+void takeSort(CLI::App& parser, Arguments& arguments) {
+    parser.add_flag_callback(
+        "--sort", [&arguments] { arguments.order = ChildOrder::eByName; },
+        "By name instead of in the order of the file");
+}
+
 void declareList(CLI::App& parser, Arguments& arguments) {
     declareReadingAll(parser, arguments);
     parser.add_flag("-r,--recursive", arguments.isRecursive, "All below, with their paths");
-    parser.add_flag("--sort", arguments.isSorted, "By name instead of in the order of the file");
+    takeSort(parser, arguments);
+}
+
+void declareTree(CLI::App& parser, Arguments& arguments) {
+    declareReadingAll(parser, arguments);
+    takeSort(parser, arguments);
+    CLI::Option* depth = parser.add_option("--depth", arguments.depth, "Levels to show")
+                             ->check(CLI::NonNegativeNumber)
+                             ->type_name("LEVELS");
+    CLI::Option* width =
+        parser
+            .add_option("--width", arguments.width, "Cut lines there, not at the terminal's edge")
+            ->check(CLI::PositiveNumber)
+            ->type_name("COLUMNS");
+    parser
+        .add_option("--html", arguments.page,
+                    "Write a page for a browser to FILE (- for standard output)")
+        ->type_name("FILE")
+        ->excludes(depth, width, parser.get_option("--json"));
 }
 
 void declareSet(CLI::App& parser, Arguments& arguments) {
@@ -119,6 +146,9 @@ constexpr Command kCommands[] = {
     {"dump", "dump [PATH]",
      "Print settings as JSON",
      eEverywhere, eRead, declareReadingAll, dumpCommand},
+    {"tree", "tree [--depth LEVELS] [--width COLUMNS] [--sort] [--json | --html FILE] [PATH]",
+     "Draw what is below a node, or make a page of it",
+     eEverywhere, eRead, declareTree, treeCommand},
     {"reset", "reset [--force] [--dry-run] PATH",
      "Remove a setting",
      eEverywhere, eWritten, declareReset, resetCommand},
@@ -277,6 +307,7 @@ constexpr const char* kExamples = R"(Examples:
   vorn-settings --file app.json set /app/view/modes '["day", "night"]'
   vorn-settings --file app.json set --type string /app/version 1.10
   vorn-settings --file defaults.json --file user.json list -r /app
+  vorn-settings --file app.json tree --html app.html
   vorn-settings --file app.json reset --dry-run /app/view/width
   vorn-settings --file app.json watch /app
   vorn-settings merge defaults.json user.json
@@ -316,6 +347,32 @@ Line parseLine(const std::string& text) {
     return line;
 }
 
+std::vector<std::string> wordsOf(const std::string& text) {
+    try {
+        Words words(text);
+        return allWords(words);
+    } catch (const ToolError&) {
+        return {}; // an open quote
+    }
+}
+
+Usage usageOf(const std::string& commandName) {
+    Usage usage;
+    if (const Command* command = findCommand(commandName, eShell)) {
+        CLI::App parser;
+        parser.set_help_flag();
+        Arguments arguments;
+        command->declare(parser, arguments);
+        for (const CLI::Option* option : parser.get_options()) {
+            for (const std::string& name : option->get_lnames()) {
+                usage.options.push_back("--" + name);
+            }
+        }
+        usage.takesFiles = parser.get_option_no_throw("FILE") != nullptr;
+    }
+    return usage;
+}
+
 Invocation parseInvocation(int argc, const char* const* argv) {
     Invocation invocation;
     CLI::App parser("Read, write, watch and merge settings in JSON files.", "vorn-settings");
@@ -330,12 +387,12 @@ Invocation parseInvocation(int argc, const char* const* argv) {
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->type_name("WHEN");
     parser.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    parser.get_formatter()->label("Subcommands", "Commands");
     parser.get_formatter()->label("TEXT", "");
     for (const Command& command : kCommands) {
         if (command.place != eShell) {
             CLI::App* subparser = parser.add_subcommand(command.name, command.summary);
             subparser->fallthrough();
+            subparser->group("Commands");
             command.declare(*subparser, invocation.arguments);
         }
     }

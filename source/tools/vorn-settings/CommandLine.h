@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
+namespace CLI { // NOLINT(readability-identifier-naming): another's name
 class App;
 }
 
@@ -51,5 +51,15 @@ struct Line {
 // Words are separated by blanks and may be quoted; the value of set is the rest of the line as it
 // stands. Throws ToolError.
 Line parseLine(const std::string& text);
+
+// The words of a line of the shell, as far as they are complete.
+std::vector<std::string> wordsOf(const std::string& text);
+
+// What may follow a command of the shell; nothing for no command.
+struct Usage {
+    std::vector<std::string> options;
+    bool takesFiles = false;
+};
+Usage usageOf(const std::string& commandName);
 
 } // namespace vorn::tool

@@ -1,10 +1,14 @@
 // The commands.
 #include "Commands.h"
 
+#include "FileAccess.h"
 #include "FileFollower.h"
+#include "JsonScanner.h"
+#include "TreePicture.h"
 #include "Value.h"
+#include "page/TreePage.h"
 
-#include <algorithm>
+#include <filesystem>
 
 namespace vorn::tool {
 
@@ -19,13 +23,7 @@ void collectNames(const Session& session,
                   const Arguments& arguments,
                   std::vector<std::string>& names) {
     const IDictionary& idict = session.store.idict();
-    std::vector<const Item*> children = childrenOf(idict, item);
-    if (arguments.isSorted) {
-        std::sort(children.begin(), children.end(), [&idict](const Item* left, const Item* right) {
-            return std::string_view(idict.getItemName(left)) < idict.getItemName(right);
-        });
-    }
-    for (const Item* child : children) {
+    for (const Item* child : childrenOf(idict, item, arguments.order)) {
         const std::string name = prefix + idict.getItemName(child);
         names.push_back(isDictionary(idict, child) ? name + "/" : name);
         if (arguments.isRecursive) {
@@ -34,15 +32,45 @@ void collectNames(const Session& session,
     }
 }
 
-// The files merged over one another; with isKeeping under one another.
-OwnedTree
-readMerged(Session& session, const std::vector<std::string>& files, bool isKeeping = false) {
-    const dictionary::OnUpdateItemFn policy =
-        isKeeping ? dictionary::kUpdateItemKeepOriginal : dictionary::kUpdateItemOverwriteOriginal;
+const Item* requireInner(const Store& store, const SettingsPath& path) {
+    const Item* item = store.require(path);
+    if (!isDictionary(store.idict(), item)) {
+        throw ToolError(ExitCode::eNotFound, "nothing below", path.text(),
+                        "expected an inner node, found a value");
+    }
+    return item;
+}
+
+// What the settings are called by above their page: the names of their files.
+std::string titleOf(const Session& session) {
+    std::string title;
+    for (const std::string& file : session.files) {
+        title += title.empty() ? "" : ", ";
+        title += std::filesystem::path(file).filename();
+    }
+    return title.empty() ? "Settings" : title;
+}
+
+void requireOtherThan(const std::vector<std::string>& files, const std::string& page) {
+    for (const std::string& file : files) {
+        std::error_code none;
+        if (std::filesystem::equivalent(file, page, none)) {
+            throw ToolError(ExitCode::eBadInput, "cannot write file", page,
+                            "expected another file than that of the settings");
+        }
+    }
+}
+
+// The files merged into one, each into what those before it make.
+OwnedTree readMerged(Session& session,
+                     const std::vector<std::string>& files,
+                     MergeKind kind = MergeKind::eOverwrite) {
+    const IDictionary& idict = session.store.idict();
     OwnedTree merged = session.read(files.front());
     for (size_t index = 1; index < files.size(); ++index) {
         const OwnedTree next = session.read(files[index]);
-        session.store.idict().update(merged.get(), nullptr, next.get(), nullptr, policy, nullptr);
+        MergePolicy policy(idict, kind, next.get());
+        idict.update(merged.get(), nullptr, next.get(), nullptr, MergePolicy::decide, &policy);
     }
     return merged;
 }
@@ -82,11 +110,7 @@ ExitCode typeCommand(Session& session, const Arguments& arguments) {
 
 ExitCode listCommand(Session& session, const Arguments& arguments) {
     const SettingsPath path = SettingsPath::parse(arguments.path);
-    const Item* item = session.store.require(path);
-    if (!isDictionary(session.store.idict(), item)) {
-        throw ToolError(ExitCode::eNotFound, "nothing below", path.text(),
-                        "expected an inner node, found a value");
-    }
+    const Item* item = requireInner(session.store, path);
     std::vector<std::string> names;
     const std::string prefix = arguments.isRecursive ? childPathText(path.text(), "") : "";
     collectNames(session, item, prefix, arguments, names);
@@ -107,6 +131,31 @@ ExitCode dumpCommand(Session& session, const Arguments& arguments) {
     return ExitCode::eDone;
 }
 
+ExitCode treeCommand(Session& session, const Arguments& arguments) {
+    const SettingsPath path = SettingsPath::parse(arguments.path);
+    const IDictionary& idict = session.store.idict();
+    const Item* root = requireInner(session.store, path);
+    if (!arguments.page.empty()) {
+        const std::string page =
+            treePage(idict, titleOf(session), path.text(), root, arguments.order);
+        if (arguments.page == "-") {
+            session.output.print(page);
+        } else {
+            requireOtherThan(session.files, arguments.page);
+            writeFile(arguments.page, page);
+        }
+        return ExitCode::eDone;
+    }
+    const PictureForm form = {arguments.depth, arguments.width.value_or(session.output.width()),
+                              arguments.order};
+    if (arguments.isJson) {
+        session.output.line(pictureJson(idict, root, form).dump(2));
+    } else {
+        drawTree(session.output, idict, childPathText(path.text(), ""), root, form);
+    }
+    return ExitCode::eDone;
+}
+
 // ---------------------------------------------------------------------------------------------
 // Writing
 
@@ -118,7 +167,14 @@ ExitCode setCommand(Session& session, const Arguments& arguments) {
         throw ToolError(ExitCode::eBadInput, "no settings", arguments.value,
                         "expected an object or an array in the place of everything");
     }
-    if (session.pending) {
+    if (path.names().size() + depthOf(idict, value.tree.get()) > kMaxJsonDepth) {
+        throw ToolError(ExitCode::eBadInput, "nested too deep", "set",
+                        "expected at most " + std::to_string(kMaxJsonDepth) + " levels");
+    }
+    if (arguments.isDryRun && session.isShell) {
+        printDifferences(session, path, session.store.find(path), value.tree.get(),
+                         arguments.isJson);
+    } else if (session.pending) {
         session.pending->set(idict, path, value.tree.get());
         session.pending->edits.set(path, value.json);
     } else {
@@ -144,8 +200,12 @@ ExitCode resetCommand(Session& session, const Arguments& arguments) {
         throw ToolError(ExitCode::eBadInput, "inside an array", path.text(),
                         "expected the last element, or --force to make a dictionary of the array");
     }
-    session.store.remove(path);
-    session.edits.remove(path);
+    if (arguments.isDryRun && session.isShell) {
+        printDifferences(session, path, item, nullptr, arguments.isJson);
+    } else {
+        session.store.remove(path);
+        session.edits.remove(path);
+    }
     return ExitCode::eDone;
 }
 
@@ -153,7 +213,8 @@ ExitCode resetCommand(Session& session, const Arguments& arguments) {
 // Files
 
 ExitCode mergeCommand(Session& session, const Arguments& arguments) {
-    const OwnedTree merged = readMerged(session, arguments.files, arguments.isKeeping);
+    const OwnedTree merged = readMerged(
+        session, arguments.files, arguments.isKeeping ? MergeKind::eKeep : MergeKind::eOverwrite);
     session.reportLeftOut();
     session.output.line(prettyText(session.store.idict(), merged.get()));
     return ExitCode::eDone;
@@ -163,23 +224,27 @@ ExitCode diffCommand(Session& session, const Arguments& arguments) {
     const OwnedTree before = session.read(arguments.files[0]);
     const OwnedTree after = session.read(arguments.files[1]);
     session.reportLeftOut();
-    const bool isDifferent = printDifferences(session, before.get(), after.get(), arguments.isJson);
+    const bool isDifferent =
+        printDifferences(session, SettingsPath(), before.get(), after.get(), arguments.isJson);
     return isDifferent ? ExitCode::eNotFound : ExitCode::eDone;
 }
 
 ExitCode loadCommand(Session& session, const Arguments& arguments) {
-    session.load(arguments.files, arguments.isKeeping);
+    session.load(arguments.files, arguments.isKeeping ? MergeKind::eKeep : MergeKind::eDifferent);
     return ExitCode::eDone;
 }
 
 ExitCode saveCommand(Session& session, const Arguments& arguments) {
-    if (!arguments.files.empty()) {
-        session.writeAll(arguments.files[0], arguments.isDryRun);
-    } else if (session.files.empty()) {
+    const bool isEverything = !arguments.files.empty();
+    if (!isEverything && session.files.empty()) {
         throw ToolError(ExitCode::eBadInput, "no file", "save",
                         "expected save FILE, or load before it");
+    }
+    if (arguments.isDryRun) {
+        isEverything ? session.showWriteAll(arguments.files[0], arguments.isJson)
+                     : session.showWriteBack(arguments.isJson);
     } else {
-        session.writeBack(arguments.isDryRun);
+        isEverything ? session.writeAll(arguments.files[0]) : session.writeBack();
     }
     return ExitCode::eDone;
 }

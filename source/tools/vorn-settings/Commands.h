@@ -3,7 +3,9 @@
 
 #include "Session.h"
 #include "ToolError.h"
+#include "TreePicture.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,9 +18,12 @@ struct Arguments {
     std::string type;
     std::string command;            // help: the command asked about
     std::vector<std::string> files; // operands of the commands that take files
+    std::string page;               // tree: the file to write a page to
+    size_t depth = PictureForm::kUnlimited;
+    std::optional<size_t> width; // none: that of the terminal
     bool isJson = false;
     bool isRecursive = false;
-    bool isSorted = false;
+    ChildOrder order = ChildOrder::eAsStored;
     bool isForced = false;
     bool isKeeping = false;
     bool isDryRun = false;
@@ -33,6 +38,7 @@ ExitCode getCommand(Session& session, const Arguments& arguments);
 ExitCode typeCommand(Session& session, const Arguments& arguments);
 ExitCode listCommand(Session& session, const Arguments& arguments);
 ExitCode dumpCommand(Session& session, const Arguments& arguments);
+ExitCode treeCommand(Session& session, const Arguments& arguments);
 
 // -- writing: change the store and note the edit
 ExitCode setCommand(Session& session, const Arguments& arguments);

@@ -197,10 +197,16 @@ Descriptor openAndLock(const std::string& path) {
     }
 }
 
-void replace(const std::string& realFile, const struct stat* original, const std::string& text) {
-    if (original && !S_ISREG(original->st_mode)) {
-        failWriting(realFile, "expected a regular file");
+// A file that is not there is left to what comes next, but a link has to lead to one.
+void requireRegular(const std::string& path, const std::string& realFile) {
+    struct stat status = {};
+    if (lstat(realFile.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        failWriting(path, S_ISLNK(status.st_mode) ? "expected a link that leads to a file"
+                                                  : "expected a regular file");
     }
+}
+
+void replace(const std::string& realFile, const struct stat* original, const std::string& text) {
     const SignalPause pause;
     TemporaryFile file(realFile);
     file.write(text);
@@ -221,6 +227,7 @@ std::string readFile(const std::string& path) {
 void changeFile(const std::string& path,
                 const std::function<std::string(const std::string& text)>& change) {
     const std::string realFile = realPath(path);
+    requireRegular(path, realFile); // opening anything else might wait for ever
     const Descriptor file = openAndLock(realFile);
     const std::string text = readAll(file, path);
     const std::string newText = change(text);
@@ -234,6 +241,7 @@ void changeFile(const std::string& path,
 void writeFile(const std::string& path, const std::string& text) {
     const std::string realFile = realPath(path);
     struct stat status = {};
+    requireRegular(path, realFile);
     const bool exists = stat(realFile.c_str(), &status) == 0;
     replace(realFile, exists ? &status : nullptr, text);
 }

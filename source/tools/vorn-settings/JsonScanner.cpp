@@ -106,6 +106,10 @@ public:
             throw JsonSyntaxError(ExitCode::eBadInput, "empty file", m_source,
                                   "expected JSON, at least {}");
         }
+        if (const size_t at = m_text.find('\0'); at != std::string_view::npos) {
+            // The parser would take it for the end.
+            throw _error<JsonSyntaxError>(at, "broken JSON", "expected text, found a zero byte");
+        }
         m_reached = m_end;
         nlohmann::json::sax_parse(CountingIterator(m_text, m_end, &m_reached),
                                   CountingIterator(m_text, m_text.size(), &m_reached), this);

@@ -17,6 +17,8 @@ using nlohmann::ordered_json;
 
 namespace {
 
+constexpr size_t kWide = 100; // members from which on looking through them all is too slow
+
 // The value on one line, with the gap after commas and colons.
 std::string inOneLine(const ordered_json& value, const std::string& gap) {
     if (!value.is_structured()) {
@@ -206,17 +208,35 @@ bool JsonText::remove(const SettingsPath& path) {
     return true;
 }
 
+// The place of the last member of that name; the number of members when there is none.
+size_t JsonText::_findInObject(Node& object, const std::string& name) {
+    const std::vector<Member>& members = object.members;
+    if (members.size() < kWide || object.hasLostMember) {
+        const auto found =
+            std::find_if(members.rbegin(), members.rend(),
+                         [&name](const Member& member) { return member.name == name; });
+        return found == members.rend() ? members.size() : members.rend() - found - 1;
+    }
+    if (!object.index) {
+        object.index = std::make_unique<NameIndex>();
+        for (size_t place = 0; place < members.size(); ++place) {
+            (*object.index)[members[place].name] = place;
+        }
+    }
+    const auto found = object.index->find(name);
+    return found == object.index->end() ? members.size() : found->second;
+}
+
 JsonText::Member* JsonText::_find(Node& container, const std::string& name) {
     std::vector<Member>& members = container.members;
+    size_t place = members.size();
     if (container.kind == Kind::eArray) {
-        size_t index = members.size();
-        std::from_chars(name.data(), name.data() + name.size(), index);
-        const bool isElement = index < members.size() && name == std::to_string(index);
-        return isElement ? &members[index] : nullptr;
+        std::from_chars(name.data(), name.data() + name.size(), place);
+        place = name == std::to_string(place) ? place : members.size();
+    } else {
+        place = _findInObject(container, name);
     }
-    const auto found = std::find_if(members.rbegin(), members.rend(),
-                                    [&name](const Member& member) { return member.name == name; });
-    return found == members.rend() ? nullptr : &*found;
+    return place < members.size() ? &members[place] : nullptr;
 }
 
 bool JsonText::_standsInOneLine(const Node& node) {
@@ -228,6 +248,9 @@ JsonText::_add(Node& container, const std::string& name, bool isInOneLine, size_
     std::vector<Member>& members = container.members;
     if (container.kind == Kind::eArray && name != std::to_string(members.size())) {
         _makeObject(container);
+    }
+    if (container.index) {
+        container.index->emplace(name, members.size());
     }
     Member member;
     member.name = name;
@@ -263,6 +286,8 @@ void JsonText::_remove(Node& container, Member* member) {
         (at - 1)->tail = at->tail;
     }
     members.erase(at);
+    container.index.reset();
+    container.hasLostMember = true;
 }
 
 void JsonText::_makeObject(Node& array) {

@@ -6,9 +6,11 @@
 
 #include <cstddef>
 #include <deque>
+#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace vorn::tool {
@@ -37,12 +39,15 @@ private:
     enum class Kind { eScalar, eObject, eArray };
 
     struct Member;
+    using NameIndex = std::unordered_map<std::string, size_t>;
 
     // A value. All views are into m_texts.
     struct Node {
         Kind kind = Kind::eScalar;
         std::string_view text; // as written; holds as long as nothing below has changed
         std::vector<Member> members;
+        std::unique_ptr<NameIndex> index; // of a wide object that has lost no member
+        bool hasLostMember = false;
         bool isChanged = false;
     };
 
@@ -61,6 +66,7 @@ private:
     std::string_view _keep(std::string text);
     void _learnForm();
 
+    static size_t _findInObject(Node& object, const std::string& name);
     static Member* _find(Node& container, const std::string& name);
     Node& _add(Node& container, const std::string& name, bool isInOneLine, size_t depth);
     static bool _standsInOneLine(const Node& node);

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 
 namespace vorn::tool {
 
@@ -27,15 +29,52 @@ std::string commonStart(const std::vector<std::string>& texts) {
     return start;
 }
 
+// Where programs keep what they remember between runs; makes the directory.
+std::string historyFile() {
+    const char* state = std::getenv("XDG_STATE_HOME");
+    const char* home = std::getenv("HOME");
+    if (!(state && *state) && !(home && *home)) {
+        return "";
+    }
+    const std::string base = state && *state ? state : std::string(home) + "/.local/state";
+    const std::string directory = base + "/vorn-settings";
+    std::error_code impossible;
+    std::filesystem::create_directories(directory, impossible);
+    return impossible ? "" : directory + "/history";
+}
+
+struct LastWord {
+    size_t begin = 0; // behind its quote
+    char quote = '\0';
+};
+
+LastWord lastWordOf(const std::string& line) {
+    LastWord word;
+    for (size_t at = 0; at < line.size(); ++at) {
+        const char byte = line[at];
+        if (word.quote != '\0') {
+            word = byte == word.quote ? LastWord{at + 1, '\0'} : word;
+        } else if (byte == ' ' || byte == '\t') {
+            word.begin = at + 1;
+        } else if ((byte == '"' || byte == '\'') && word.begin == at) {
+            word = {at + 1, byte};
+        }
+    }
+    return word;
+}
+
 } // namespace
 
 LineEditor::LineEditor(std::string prompt, CompleteFn complete)
-    : m_prompt(std::move(prompt)), m_completions(std::move(complete)),
+    : m_prompt(std::move(prompt)), m_completions(std::move(complete)), m_historyFile(historyFile()),
       m_history(history_init(), history_end),
       m_editor(el_init("vorn-settings", stdin, stdout, stderr), el_end) {
     HistEvent event;
     history(m_history.get(), &event, H_SETSIZE, kHistoryLength);
     history(m_history.get(), &event, H_SETUNIQUE, 1);
+    if (!m_historyFile.empty()) {
+        history(m_history.get(), &event, H_LOAD, m_historyFile.c_str());
+    }
 
     EditLine* editor = m_editor.get();
     el_set(editor, EL_CLIENTDATA, this);
@@ -50,6 +89,13 @@ LineEditor::LineEditor(std::string prompt, CompleteFn complete)
     el_set(editor, EL_SETTY, "-d", "-isig", nullptr);
     el_set(editor, EL_BIND, "^C", "cancel", nullptr);
     el_source(editor, nullptr);
+}
+
+LineEditor::~LineEditor() {
+    if (!m_historyFile.empty()) {
+        HistEvent event;
+        history(m_history.get(), &event, H_SAVE, m_historyFile.c_str());
+    }
 }
 
 std::optional<std::string> LineEditor::readLine() {
@@ -84,17 +130,23 @@ unsigned char LineEditor::_cancel(EditLine* editor, int) {
 unsigned char LineEditor::_complete(EditLine* editor, int) {
     const LineInfo* info = el_line(editor);
     const std::string line(info->buffer, info->cursor);
-    const size_t wordBegin = line.find_last_of(" \t") + 1; // 0 when there is none
-    const std::vector<std::string> matches = ownerOf(editor).m_completions(line, wordBegin);
+    const LastWord last = lastWordOf(line);
+    const std::string word = line.substr(last.begin);
+    const bool isQuoted = last.quote != '\0';
+    const std::vector<std::string> matches =
+        ownerOf(editor).m_completions(line.substr(0, last.begin - (isQuoted ? 1 : 0)), word);
     if (matches.empty()) {
         return CC_ERROR;
     }
-    std::string addition = commonStart(matches).substr(line.size() - wordBegin);
-    if (matches.size() == 1 && !matches[0].ends_with('/')) {
-        addition += ' '; // complete, unless something may follow an inner node
+    std::string completed = commonStart(matches);
+    const bool wantsQuote = !isQuoted && completed.find_first_of(" \t") != std::string::npos;
+    const std::string quote = wantsQuote ? "\"" : std::string(isQuoted ? 1 : 0, last.quote);
+    if (matches.size() == 1 && !completed.ends_with('/')) {
+        completed += quote + ' '; // complete, unless something may follow an inner node
     }
-    if (!addition.empty()) {
-        el_insertstr(editor, addition.c_str());
+    if (completed != word) {
+        el_deletestr(editor, static_cast<int>(line.size() - last.begin));
+        el_insertstr(editor, ((wantsQuote ? quote : "") + completed).c_str());
         return CC_REFRESH;
     }
     std::fputc('\n', stdout);

@@ -1,4 +1,4 @@
-// One line of input from a terminal, with editing, history and completion.
+// One line of input from a terminal, with editing, completion and a history that outlives it.
 #pragma once
 
 #include <cstddef>
@@ -11,13 +11,15 @@
 
 namespace vorn::tool {
 
-// All that the last word of the line, which begins at wordBegin, may become.
+// All that the word at the end of a line may become; before is the line up to it. Neither has the
+// quote that the word may begin with.
 using CompleteFn =
-    std::function<std::vector<std::string>(const std::string& line, size_t wordBegin)>;
+    std::function<std::vector<std::string>(const std::string& before, const std::string& word)>;
 
 class LineEditor {
 public:
     LineEditor(std::string prompt, CompleteFn complete);
+    ~LineEditor();
     LineEditor(const LineEditor&) = delete;
     LineEditor& operator=(const LineEditor&) = delete;
 
@@ -31,6 +33,7 @@ private:
 
     std::string m_prompt;
     CompleteFn m_completions;
+    std::string m_historyFile; // empty when there is no place for one
     bool m_isCancelled = false;
     std::unique_ptr<History, void (*)(History*)> m_history;
     std::unique_ptr<EditLine, void (*)(EditLine*)> m_editor;

@@ -2,7 +2,9 @@
 #include "CommandLine.h"
 
 #include <clocale>
+#include <langinfo.h>
 #include <new>
+#include <string_view>
 
 using namespace vorn::tool;
 
@@ -14,18 +16,27 @@ ExitCode run(Output& output, const Invocation& invocation) {
         throw ToolError(ExitCode::eBadInput, "no file", command.name, "expected --file FILE");
     }
     Session session(output, invocation.isStrict);
-    session.load(invocation.files, false);
+    session.load(invocation.files, MergeKind::eDifferent);
     const ExitCode exitCode = command.run(session, invocation.arguments);
     if (command.files == Command::Files::eWritten) {
-        session.writeBack(invocation.arguments.isDryRun);
+        invocation.arguments.isDryRun ? session.showWriteBack(invocation.arguments.isJson)
+                                      : session.writeBack();
     }
     return exitCode;
+}
+
+// Texts are UTF-8 whatever the surroundings say: for line editing and for the width of characters.
+void useUtf8() {
+    const char* own = std::setlocale(LC_CTYPE, "");
+    if (!own || std::string_view(nl_langinfo(CODESET)) != "UTF-8") {
+        std::setlocale(LC_CTYPE, "C.UTF-8");
+    }
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    std::setlocale(LC_CTYPE, ""); // for line editing
+    useUtf8();
     Output output;
     ExitCode exitCode = ExitCode::eDone;
     try {

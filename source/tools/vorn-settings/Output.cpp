@@ -1,11 +1,15 @@
 // Printing.
 #include "Output.h"
 
+#include "TextPlace.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <nlohmann/json.hpp>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace vorn::tool {
@@ -27,6 +31,12 @@ const char* escapeOf(Paint paint) {
     switch (paint) {
     case Paint::eInner:
         return "\033[1;34m";
+    case Paint::eText:
+        return "\033[32m";
+    case Paint::eNumber:
+        return "\033[36m";
+    case Paint::eFlag:
+        return "\033[33m";
     case Paint::eOld:
         return "\033[31m";
     case Paint::eNew:
@@ -42,7 +52,8 @@ const char* escapeOf(Paint paint) {
 }
 
 std::string wrap(bool isColored, Paint paint, const std::string& text) {
-    return isColored && paint != Paint::eNone ? escapeOf(paint) + text + "\033[0m" : text;
+    return isColored && paint != Paint::eNone && !text.empty() ? escapeOf(paint) + text + "\033[0m"
+                                                               : text;
 }
 
 } // namespace
@@ -50,6 +61,12 @@ std::string wrap(bool isColored, Paint paint, const std::string& text) {
 Output::Output(const std::string& colorMode)
     : m_isOutColored(isColored(colorMode, STDOUT_FILENO)),
       m_isErrorColored(isColored(colorMode, STDERR_FILENO)) {}
+
+size_t Output::width() {
+    winsize size = {};
+    const bool isTerminal = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return isTerminal ? size.ws_col : std::numeric_limits<size_t>::max();
+}
 
 void Output::print(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
@@ -81,8 +98,8 @@ std::string Output::changeJson(const Change& change) {
 
 void Output::trouble(const std::string& message, const std::string& excerpt) {
     std::fflush(stdout);
-    const std::string text =
-        wrap(m_isErrorColored, Paint::eTrouble, "vorn-settings:") + " " + message + "\n" + excerpt;
+    const std::string text = wrap(m_isErrorColored, Paint::eTrouble, "vorn-settings:") + " " +
+                             visibleText(message) + "\n" + excerpt;
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 

@@ -10,7 +10,7 @@
 
 namespace vorn::tool {
 
-enum class Paint { eNone, eInner, eOld, eNew, eFaint, eTrouble };
+enum class Paint { eNone, eInner, eText, eNumber, eFlag, eOld, eNew, eFaint, eTrouble };
 
 // A setting that differs, with both values as JSON; no value where there is none.
 struct Change {
@@ -23,6 +23,9 @@ class Output {
 public:
     // "auto": colour on a terminal, unless NO_COLOR is set; "always"; "never".
     explicit Output(const std::string& colorMode = "auto");
+
+    // Columns of the terminal on standard output; past every number where there is none.
+    static size_t width();
 
     void print(std::string_view text);
     void line(std::string_view text);

@@ -11,7 +11,8 @@ namespace vorn::tool {
 // error is no terminal, and nothing before a second has passed.
 class Progress {
 public:
-    Progress(const std::string& name, size_t total);
+    // what: as in "reading app.json"; total: what done comes to at the end.
+    Progress(std::string what, size_t total);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -30,7 +31,7 @@ private:
 
     using Clock = std::chrono::steady_clock;
 
-    std::string m_name;
+    std::string m_what;
     size_t m_total;
     size_t m_callCount = 0;
     bool m_isWanted;

@@ -50,9 +50,9 @@ OwnedTree Session::read(const std::string& file) {
     return tree;
 }
 
-void Session::load(const std::vector<std::string>& newFiles, bool isKeeping) {
+void Session::load(const std::vector<std::string>& newFiles, MergeKind kind) {
     for (const std::string& file : newFiles) {
-        store.merge(read(file).get(), isKeeping);
+        store.merge(read(file).get(), kind);
         files.push_back(file);
     }
     reportLeftOut();
@@ -67,48 +67,50 @@ void Session::reportLeftOut() {
     }
 }
 
-void Session::writeBack(bool isDryRun) {
+void Session::writeBack() {
     const std::string& file = files.back();
-    changeFile(file, [&](const std::string& text) {
-        std::string newText = edits.appliedTo(text, file);
-        if (!isDryRun) {
-            return newText;
-        }
-        LeftOut uncounted;
-        printDifferences(*this, loadTree(store.idict(), text, file, &uncounted).get(),
-                         loadTree(store.idict(), newText, file, &uncounted).get(), false);
-        return text;
-    });
-    if (!isDryRun) {
+    changeFile(file, [&](const std::string& text) { return edits.appliedTo(text, file); });
+    edits.clear();
+}
+
+void Session::showWriteBack(bool isJson) {
+    const std::string& file = files.back();
+    const std::string text = readFile(file);
+    const std::string newText = edits.appliedTo(text, file);
+    LeftOut uncounted;
+    const OwnedTree before = loadTree(store.idict(), text, file, &uncounted);
+    const OwnedTree after = loadTree(store.idict(), newText, file, &uncounted);
+    printDifferences(*this, SettingsPath(), before.get(), after.get(), isJson);
+}
+
+void Session::writeAll(const std::string& file) {
+    writeFile(file, prettyText(store.idict(), store.find(SettingsPath())) + "\n");
+    if (!files.empty() && file == files.back()) {
         edits.clear();
     }
 }
 
-void Session::writeAll(const std::string& file, bool isDryRun) {
-    const Item* all = store.find(SettingsPath());
-    if (isDryRun) {
-        const bool exists = access(file.c_str(), F_OK) == 0;
-        const OwnedTree before = exists ? read(file) : OwnedTree();
-        reportLeftOut();
-        printDifferences(*this, before.get(), all, false);
-    } else {
-        writeFile(file, prettyText(store.idict(), all) + "\n");
-        if (!files.empty() && file == files.back()) {
-            edits.clear();
-        }
-    }
+void Session::showWriteAll(const std::string& file, bool isJson) {
+    const bool exists = access(file.c_str(), F_OK) == 0;
+    const OwnedTree before = exists ? read(file) : OwnedTree();
+    reportLeftOut();
+    printDifferences(*this, SettingsPath(), before.get(), store.find(SettingsPath()), isJson);
 }
 
-bool printDifferences(Session& session, const Item* before, const Item* after, bool isJson) {
+bool printDifferences(Session& session,
+                      const SettingsPath& path,
+                      const Item* before,
+                      const Item* after,
+                      bool isJson) {
     const IDictionary& idict = session.store.idict();
     const auto valueOf = [&idict](const Item* item) {
         return item ? std::optional(jsonText(idict, item)) : std::nullopt;
     };
     size_t count = 0;
     const char* separator = isJson ? "[" : "";
-    forEachDifference(idict, "/", before, after,
-                      [&](const std::string& path, const Item* old, const Item* now) {
-                          const Change change = {path, valueOf(old), valueOf(now)};
+    forEachDifference(idict, path.text(), before, after,
+                      [&](const std::string& place, const Item* old, const Item* now) {
+                          const Change change = {place, valueOf(old), valueOf(now)};
                           session.output.print(separator);
                           session.output.print(isJson ? "{" + Output::changeJson(change) + "}"
                                                       : session.output.changeText(change) + "\n");

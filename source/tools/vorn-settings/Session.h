@@ -41,16 +41,19 @@ public:
     // The settings in the file. Throws ToolError for anything but an object or array.
     OwnedTree read(const std::string& file);
 
-    // Merges the files over what is there, one over the other; with isKeeping under it.
-    void load(const std::vector<std::string>& files, bool isKeeping);
+    // Merges the files into what is there, one after the other.
+    void load(const std::vector<std::string>& files, MergeKind kind);
 
     // Warns, once, of all that the files read since the last time had and settings cannot hold.
     void reportLeftOut();
 
-    // Writes the edits to the last file, or all settings to any file; with isDryRun only prints
-    // what would change in it.
-    void writeBack(bool isDryRun);
-    void writeAll(const std::string& file, bool isDryRun);
+    // Writes the edits to the last file, or all settings to any file.
+    void writeBack();
+    void writeAll(const std::string& file);
+
+    // Prints what those would change in the file.
+    void showWriteBack(bool isJson);
+    void showWriteAll(const std::string& file, bool isJson);
 
     Output& output;
     Store store;
@@ -58,14 +61,17 @@ public:
     Edits edits;
     std::unique_ptr<PendingWrites> pending; // between begin and commit
     std::vector<std::unique_ptr<Watch>> watches;
-    bool isOver = false; // quit was asked for
+    bool isShell = false; // changes stay in the store until they are saved
+    bool isOver = false;  // quit was asked for
 
 private:
     bool m_isStrict;
     LeftOut m_leftOut;
 };
 
-// Prints every difference of two trees, as lines or as a JSON array, and says whether there is one.
-bool printDifferences(Session& session, const Item* before, const Item* after, bool isJson);
+// Prints every difference of two trees that stand at path, as lines or as a JSON array, and says
+// whether there is one.
+bool printDifferences(
+    Session& session, const SettingsPath& path, const Item* before, const Item* after, bool isJson);
 
 } // namespace vorn::tool

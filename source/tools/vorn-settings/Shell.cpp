@@ -2,6 +2,7 @@
 #include "Shell.h"
 
 #include "CommandLine.h"
+#include "Completion.h"
 #include "LineEditor.h"
 
 #include <algorithm>
@@ -42,40 +43,9 @@ ExitCode runScript(Session& session, bool stopsOnError) {
     return worst;
 }
 
-// What the last word of a line may become: a command, or the path of a setting.
-std::vector<std::string>
-complete(const Session& session, const std::string& line, size_t wordBegin) {
-    const std::string word = line.substr(wordBegin);
-    std::vector<std::string> matches;
-    const auto offer = [&](const std::string& match) {
-        if (match.starts_with(word)) {
-            matches.push_back(match);
-        }
-    };
-    if (line.find_first_not_of(" \t") >= wordBegin) { // the first word
-        for (const Command& command : commands()) {
-            if (command.place != Command::Place::eProgram) {
-                offer(command.name);
-            }
-        }
-        return matches;
-    }
-    const std::string parent = word.empty() ? "/" : word.substr(0, word.rfind('/') + 1);
-    const IDictionary& idict = session.store.idict();
-    try {
-        const Item* node = session.store.find(SettingsPath::parse(parent));
-        for (const Item* child : childrenOf(idict, node)) {
-            offer(parent + idict.getItemName(child) + (isDictionary(idict, child) ? "/" : ""));
-        }
-    } catch (const ToolError&) {
-        // no path, nothing to offer
-    }
-    return matches;
-}
-
 ExitCode runPrompt(Session& session) {
-    LineEditor editor(kPrompt, [&session](const std::string& line, size_t wordBegin) {
-        return complete(session, line, wordBegin);
+    LineEditor editor(kPrompt, [&session](const std::string& before, const std::string& word) {
+        return completionsOf(session, before, word);
     });
     while (!session.isOver) {
         const std::optional<std::string> text = editor.readLine();
@@ -96,6 +66,7 @@ ExitCode runPrompt(Session& session) {
 } // namespace
 
 ExitCode shellCommand(Session& session, const Arguments& arguments) {
+    session.isShell = true;
     return isatty(STDIN_FILENO) == 1 ? runPrompt(session)
                                      : runScript(session, arguments.stopsOnError);
 }

@@ -7,8 +7,6 @@
 
 namespace vorn::tool {
 
-using dictionary::UpdateAction;
-
 namespace {
 
 // The files' settings live below one node of the store, because a subscription to the store's own
@@ -23,19 +21,6 @@ const Interface* acquire(host::Host& host) {
         throw ToolError(ExitCode::eBadInput, "cannot start the settings store", error.what(),
                         "expected the plugins beside the program or in VORN_PLUGIN_PATH");
     }
-}
-
-// Accepts what the destination lacks or has otherwise. userData is the dictionary service.
-UpdateAction takeDifferent(const Item* dstItem,
-                           ItemType dstItemType,
-                           const Item* srcItem,
-                           ItemType srcItemType,
-                           void* userData) {
-    const auto& idict = *static_cast<const IDictionary*>(userData);
-    const bool isSame =
-        dstItem && dstItemType == srcItemType &&
-        (srcItemType == ItemType::eDictionary || areSameValue(idict, dstItem, srcItem));
-    return isSame ? UpdateAction::eKeep : UpdateAction::eOverwrite;
 }
 
 } // namespace
@@ -77,12 +62,13 @@ const Item* Store::require(const SettingsPath& path) const {
     return item;
 }
 
-void Store::merge(const Item* tree, bool isKeeping) const {
-    if (isKeeping) {
-        m_settings->update(kFilesRoot, tree, nullptr, dictionary::kUpdateItemKeepOriginal, nullptr);
-    } else {
-        _writeDifferent(SettingsPath(), tree);
-    }
+void Store::merge(const Item* tree, MergeKind kind) const {
+    _merge(SettingsPath(), tree, kind);
+}
+
+void Store::_merge(const SettingsPath& path, const Item* tree, MergeKind kind) const {
+    MergePolicy policy(*m_idict, kind, tree);
+    m_settings->update(storePath(path).c_str(), tree, nullptr, MergePolicy::decide, &policy);
 }
 
 void Store::assign(const SettingsPath& path, const Item* value) const {
@@ -105,16 +91,11 @@ void Store::assign(const SettingsPath& path, const Item* value) const {
         if (m_settings->getItemType(target.c_str()) != ItemType::eDictionary) {
             m_settings->setDictionary(target.c_str());
         }
-        _writeDifferent(path, value);
+        _merge(path, value, MergeKind::eDifferent);
         break;
     case ItemType::eCount:
         break;
     }
-}
-
-void Store::_writeDifferent(const SettingsPath& path, const Item* source) const {
-    m_settings->update(storePath(path).c_str(), source, nullptr, takeDifferent,
-                       const_cast<IDictionary*>(m_idict));
 }
 
 void Store::remove(const SettingsPath& path) const {

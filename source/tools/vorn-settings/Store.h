@@ -1,6 +1,7 @@
 // The settings store as the tool uses it: host, tables, and the tree of the loaded files in it.
 #pragma once
 
+#include "Merging.h"
 #include "SettingsPath.h"
 #include "Tree.h"
 
@@ -32,8 +33,8 @@ public:
     const Item* find(const SettingsPath& path) const;
     const Item* require(const SettingsPath& path) const;
 
-    // Merges the tree over all settings; with isKeeping under them.
-    void merge(const Item* tree, bool isKeeping) const;
+    // Merges the tree into all settings.
+    void merge(const Item* tree, MergeKind kind) const;
 
     // Makes the value, or the tree, all there is at path.
     void assign(const SettingsPath& path, const Item* value) const;
@@ -42,8 +43,7 @@ public:
     void remove(const SettingsPath& path) const;
 
 private:
-    // Writes what is different or missing below path, so that nothing else sends an event.
-    void _writeDifferent(const SettingsPath& path, const Item* source) const;
+    void _merge(const SettingsPath& path, const Item* tree, MergeKind kind) const;
 
     // Removes what is below target and has no counterpart in source.
     void _removeMissing(const SettingsPath& path, const Item* target, const Item* source) const;

@@ -2,7 +2,10 @@
 #include "TextPlace.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <cstdio>
+#include <cwchar>
 
 namespace vorn::tool {
 
@@ -43,7 +46,78 @@ size_t utf8Length(std::string_view text) {
     return isBroken ? 0 : length;
 }
 
+// The code point of the character that text starts with; broken text is taken byte by byte.
+char32_t firstCharacter(std::string_view text, size_t length) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    char32_t character = length < 2 ? first : first & (0xFFu >> (length + 1));
+    for (const char byte : text.substr(1, std::max<size_t>(length, 1) - 1)) {
+        character = character << 6 | (static_cast<unsigned char>(byte) & 0x3Fu);
+    }
+    return character;
+}
+
+// Controls, line ends, marks that turn the direction of writing, and the byte order mark.
+bool isUnseen(char32_t character) {
+    return character < 0x20 || (character >= 0x7F && character < 0xA0) ||
+           (character >= 0x2028 && character <= 0x202E) ||
+           (character >= 0x2066 && character <= 0x2069) || character == 0xFEFF;
+}
+
+// Calls onCharacter(code point, its text) from the front until that answers false.
+template <class OnCharacter>
+void forEachCharacter(std::string_view text, OnCharacter&& onCharacter) {
+    while (!text.empty()) {
+        const size_t length = utf8Length(text);
+        const std::string_view piece = text.substr(0, std::max<size_t>(length, 1));
+        if (!onCharacter(firstCharacter(piece, length), piece)) {
+            return;
+        }
+        text.remove_prefix(piece.size());
+    }
+}
+
+size_t columnsOf(char32_t character) {
+    const int columns = character < 0x80 ? 1 : wcwidth(static_cast<wchar_t>(character));
+    return columns < 0 ? 1 : static_cast<size_t>(columns);
+}
+
 } // namespace
+
+size_t columnCount(std::string_view text) {
+    size_t columns = 0;
+    forEachCharacter(text, [&columns](char32_t character, std::string_view) {
+        columns += columnsOf(character);
+        return true;
+    });
+    return columns;
+}
+
+std::string_view firstColumns(std::string_view text, size_t columns) {
+    size_t used = 0;
+    size_t end = 0;
+    forEachCharacter(text, [&](char32_t character, std::string_view piece) {
+        used += columnsOf(character);
+        end += used <= columns ? piece.size() : 0;
+        return used <= columns;
+    });
+    return text.substr(0, end);
+}
+
+std::string visibleText(const std::string& text) {
+    std::string visible;
+    forEachCharacter(text, [&visible](char32_t character, std::string_view piece) {
+        if (isUnseen(character)) {
+            std::array<char, sizeof("\\uFFFF")> escape;
+            std::snprintf(escape.data(), escape.size(), "\\u%04x",
+                          static_cast<unsigned>(character));
+            visible += escape.data();
+        } else {
+            visible += piece;
+        }
+        return true;
+    });
+    return visible;
+}
 
 std::string placeText(const std::string& source, std::string_view text, size_t offset) {
     const size_t start = lineStart(text, offset);

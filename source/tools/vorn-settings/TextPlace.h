@@ -15,4 +15,12 @@ std::string excerptAt(std::string_view text, size_t offset);
 
 bool isUtf8(std::string_view text);
 
+// How many columns of a terminal the text takes, and as much of its front as fits into some.
+size_t columnCount(std::string_view text);
+std::string_view firstColumns(std::string_view text, size_t columns);
+
+// The text with escapes for what would not be seen and for what would do something to a terminal;
+// a JSON text stays one.
+std::string visibleText(const std::string& text);
+
 } // namespace vorn::tool

@@ -3,6 +3,7 @@
 
 #include "SettingsPath.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace vorn::tool {
@@ -17,10 +18,23 @@ bool isArray(const IDictionary& idict, const Item* item) {
     return idict.getItemChildCount(item) > 0 && idict.isAccessibleAsArray(item);
 }
 
-std::vector<const Item*> childrenOf(const IDictionary& idict, const Item* item) {
+size_t depthOf(const IDictionary& idict, const Item* item) {
+    size_t deepest = 0;
+    for (const Item* child : childrenOf(idict, item)) {
+        deepest = std::max(deepest, depthOf(idict, child));
+    }
+    return deepest + (isDictionary(idict, item) ? 1 : 0);
+}
+
+std::vector<const Item*> childrenOf(const IDictionary& idict, const Item* item, ChildOrder order) {
     std::vector<const Item*> children(idict.getItemChildCount(item));
     for (size_t index = 0; index < children.size(); ++index) {
         children[index] = idict.getItemChildByIndex(item, index);
+    }
+    if (order == ChildOrder::eByName) {
+        std::sort(children.begin(), children.end(), [&idict](const Item* left, const Item* right) {
+            return std::string_view(idict.getItemName(left)) < idict.getItemName(right);
+        });
     }
     return children;
 }

@@ -55,8 +55,13 @@ std::string typeName(const IDictionary& idict, const Item* item);
 
 bool isDictionary(const IDictionary& idict, const Item* item);
 
-// The children in their order.
-std::vector<const Item*> childrenOf(const IDictionary& idict, const Item* item);
+// The number of dictionaries one inside the other, the item itself included.
+size_t depthOf(const IDictionary& idict, const Item* item);
+
+enum class ChildOrder { eAsStored, eByName };
+
+std::vector<const Item*>
+childrenOf(const IDictionary& idict, const Item* item, ChildOrder order = ChildOrder::eAsStored);
 
 // Whether two values have the same type and the same value. REQUIRES: both are values.
 bool areSameValue(const IDictionary& idict, const Item* left, const Item* right);

@@ -26,7 +26,7 @@ public:
            const std::string& source,
            LeftOut* leftOut)
         : m_idict(idict), m_text(text), m_source(source), m_leftOut(leftOut),
-          m_root(nullptr, TreeDeleter{&idict}), m_progress(source, text.size()) {}
+          m_root(nullptr, TreeDeleter{&idict}), m_progress("reading " + source, text.size()) {}
 
     OwnedTree load() {
         scanJson(m_text, m_source, *this);
