@@ -59,6 +59,7 @@ public:
                 desc.pureElemSize, 0,
                 elemPerBlock == kElementsPerBlockAuto ? kDefaultElementsPerBlock : elemPerBlock);
         }
+        _numberNearSizes();
     }
 
     // Releases every class with its memory. Chunks handed out before must not be given back
@@ -67,6 +68,7 @@ public:
         delete[] m_freeListAllocDescs;
         m_freeListAllocDescs = nullptr;
         m_freeListAllocCount = 0;
+        _numberNearSizes();
     }
 
     // size usable bytes, aligned to 8, or null. Sizes of 4 GiB - 8 and more are refused.
@@ -103,12 +105,10 @@ public:
 
     // The class that serves a chunk of that many bytes, or kNoSuitableAllocator.
     uint32_t _getAllocatorIndexFromSize(size_t size) const {
-        for (uint32_t i = 0; i < m_freeListAllocCount; ++i) {
-            if (m_freeListAllocDescs[i].pureElemSize >= size) {
-                return i;
-            }
+        if (size <= kMaxNearSize) {
+            return m_nearNumbers[alignedSize(size, sizeof(void*)) / sizeof(void*)] - 1;
         }
-        return kNoSuitableAllocator;
+        return _searchAllocatorIndex(size);
     }
 
 private:
@@ -121,6 +121,21 @@ private:
         FreeListAllocator allocator;
         size_t pureElemSize = 0;
     };
+
+    uint32_t _searchAllocatorIndex(size_t size) const {
+        for (uint32_t i = 0; i < m_freeListAllocCount; ++i) {
+            if (m_freeListAllocDescs[i].pureElemSize >= size) {
+                return i;
+            }
+        }
+        return kNoSuitableAllocator;
+    }
+
+    void _numberNearSizes() {
+        for (size_t words = 0; words <= kMaxNearSize / sizeof(void*); ++words) {
+            m_nearNumbers[words] = _searchAllocatorIndex(words * sizeof(void*)) + 1;
+        }
+    }
 
     // Takes a chunk of size + overhead bytes and places the pointer on the first multiple of
     // alignment that leaves room for the prefix words.
@@ -155,6 +170,10 @@ private:
 
     FreeListAllocInternalDesc* m_freeListAllocDescs = nullptr; // owned
     uint32_t m_freeListAllocCount = 0;
+    // For sizes up to the limit, by words rounded up, the index of the class plus 1, or 0: which
+    // class a size falls into is no branch to guess.
+    static constexpr size_t kMaxNearSize = 512;
+    uint32_t m_nearNumbers[kMaxNearSize / sizeof(void*) + 1] = {};
     const uint32_t kNoSuitableAllocator = 0xFFFFFFFF; // NOLINT(readability-identifier-naming)
 };
 
