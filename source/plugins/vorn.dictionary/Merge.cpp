@@ -198,7 +198,9 @@ private:
     // Merges the item at hand and goes on to the next. False when memory is exhausted.
     bool _mergeItem(const char* dstPath) {
         const size_t depth = m_source.depth();
-        m_levels.resize(depth + 1);
+        while (m_levels.size() > depth + 1) {
+            m_levels.pop_back();
+        }
         m_topPath = depth == 0 ? dstPath : nullptr;
         m_isTop = depth == 0;
         _find();

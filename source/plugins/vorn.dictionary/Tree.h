@@ -75,6 +75,9 @@ public:
         return child;
     }
     Item* findChildLike(const Item* parent, const Item& like, uint32_t hash) const {
+        if (m_paths.isAbsent(hash)) {
+            return nullptr;
+        }
         return m_paths.find(hash, [parent, &like](const Item* item) {
             return item->parent() == parent && item->hasNameOf(like);
         });

@@ -46,13 +46,12 @@ MergeReport::MergeReport(const char* dstPath,
                          const Item* srcRoot,
                          dictionary::OnUpdateItemFn onUpdateItemFn,
                          void* userData)
-    : m_data{{},      {},
+    : m_data{{}, // no nodes yet
              dstPath, srcRoot,
              {},      onUpdateItemFn ? onUpdateItemFn : dictionary::kUpdateItemOverwriteOriginal,
              userData},
       m_destinationPrefix(makeDestinationPrefix(dstPath)), m_outer(t_innermostReport) {
     m_data.updatedItems.reserve(kUpdateTrackerReserve);
-    m_data.sourceItems.reserve(kUpdateTrackerReserve);
     t_innermostReport = this;
     g_count.fetch_add(1, std::memory_order_relaxed);
 }
@@ -91,8 +90,7 @@ void MergeReport::_record(const Item* dstItem, const Item* srcItem) {
         return;
     }
     try {
-        m_data.sourceItems.push_back(srcItem);
-        m_data.updatedItems.push_back(dstItem);
+        m_data.updatedItems.push_back({dstItem, srcItem});
         if (isAnyoneSubscribed()) {
             _composePaths();
         }
@@ -104,10 +102,10 @@ void MergeReport::_record(const Item* dstItem, const Item* srcItem) {
 // Of the nodes that a merge creates, while they still are where they were met.
 void MergeReport::_composePaths() {
     while (m_data.updatedItemPaths.size() < m_data.updatedItems.size()) {
-        const size_t next = m_data.updatedItemPaths.size();
+        const UpdatedItem& next = m_data.updatedItems[m_data.updatedItemPaths.size()];
         MflString path;
-        if (!m_data.updatedItems[next]) {
-            getFullPath(&path, m_data.sourceItems[next], m_data.srcRoot);
+        if (!next.item) {
+            getFullPath(&path, next.source, m_data.srcRoot);
         }
         m_data.updatedItemPaths.push_back(std::move(path));
     }
@@ -124,7 +122,7 @@ void MergeReport::send() {
     MflString eventPath = m_destinationPrefix;
     const size_t prefixLength = eventPath.size();
     while (m_sentCount < m_data.updatedItems.size()) {
-        const Item* item = m_data.updatedItems[m_sentCount];
+        const Item* item = m_data.updatedItems[m_sentCount].item;
         const MflString& pathBelowSource = m_data.updatedItemPaths[m_sentCount];
         ++m_sentCount;
         if (item) {
@@ -155,7 +153,7 @@ void MergeReport::_forEachPending(Change change) {
     for (MergeReport* report = t_innermostReport; report; report = report->m_outer) {
         report->_composePaths(); // from here on, a node without handle and path is forgotten
         for (size_t i = report->m_sentCount; i < report->m_data.updatedItems.size(); ++i) {
-            if (report->m_data.updatedItems[i]) {
+            if (report->m_data.updatedItems[i].item) {
                 change(*report, i);
             }
         }
@@ -165,8 +163,8 @@ void MergeReport::_forEachPending(Change change) {
 void MergeReport::_forgetSubtree(const Item* item) {
     _forgetBelow(item);
     _forEachPending([item](MergeReport& report, size_t i) {
-        if (report.m_data.updatedItems[i] == item) {
-            report.m_data.updatedItems[i] = nullptr;
+        if (report.m_data.updatedItems[i].item == item) {
+            report.m_data.updatedItems[i].item = nullptr;
         }
     });
 }
@@ -174,8 +172,8 @@ void MergeReport::_forgetSubtree(const Item* item) {
 void MergeReport::_forgetBelow(const Item* item) {
     if (g_idictionary->getItemType(item) == ItemType::eDictionary) {
         _forEachPending([item](MergeReport& report, size_t i) {
-            if (isBelow(item, report.m_data.updatedItems[i])) {
-                report.m_data.updatedItems[i] = nullptr;
+            if (isBelow(item, report.m_data.updatedItems[i].item)) {
+                report.m_data.updatedItems[i].item = nullptr;
             }
         });
     }
@@ -192,7 +190,7 @@ void MergeReport::forgetOverwritten(const Item* dstItem,
 void MergeReport::rememberByPathBelow(const Item* item) {
     if (isAnyPending() && g_idictionary->getItemType(item) == ItemType::eDictionary) {
         _forEachPending([item](MergeReport& report, size_t i) {
-            const Item*& pending = report.m_data.updatedItems[i];
+            const Item*& pending = report.m_data.updatedItems[i].item;
             if (isBelow(item, pending)) {
                 MflString& path = report.m_data.updatedItemPaths[i];
                 getFullPath(&path, pending, g_modifiedSettingsRoot);

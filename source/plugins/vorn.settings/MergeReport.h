@@ -15,17 +15,20 @@
 
 namespace vorn::settings {
 
-// The data of one merge. All arrays have one entry per accepted node, but for those at the end
-// whose paths are not composed yet.
+// An accepted node.
+struct UpdatedItem {
+    const dictionary::Item* item;   // null when the merge creates it or when it has been forgotten
+    const dictionary::Item* source; // what it is merged from
+};
+
+// The data of one merge.
 struct MergeDataWrapper {
-    // The node in the settings; null when the merge creates it or when it has been forgotten.
-    std::vector<const dictionary::Item*> updatedItems;
-    // The node in the source.
-    std::vector<const dictionary::Item*> sourceItems;
+    std::vector<UpdatedItem> updatedItems;
     // The destination as the caller gave it.
     MflString dstPath;
     const dictionary::Item* srcRoot;
-    // For nodes known by path alone the full path below srcRoot; empty for all others.
+    // One for each of updatedItems, but for those at the end whose paths are not composed yet: for
+    // nodes known by path alone the full path below srcRoot; empty for all others.
     std::vector<MflString> updatedItemPaths;
     // The caller's callback and its pointer.
     dictionary::OnUpdateItemFn onUpdateItemFn;
