@@ -56,7 +56,7 @@ struct alignas(64) Item {
 
     std::atomic<uint64_t> head;
     std::atomic<uint64_t> payload;
-    const Branch* branch;       // that it is in; a root is in Branch::ofRoots
+    const Branch* branch;       // that it is in; a root is in Branch::kOfRoots
     std::atomic<uint32_t> hash; // of the path; published last, so it vouches for the fields above
     uint32_t nameWord;          // length of the name, and kFarName
     union {
@@ -167,7 +167,7 @@ struct Branch {
     static constexpr size_t kNoPath = SIZE_MAX;
 
     // What the roots are in: without an owner.
-    static const Branch ofRoots;
+    static const Branch kOfRoots;
 
     const Item* root;                 // that the path starts from; null for the roots
     size_t pathLength;                // kNoPath when the path is not kept
@@ -189,14 +189,14 @@ struct Branch {
     }
 };
 
-inline constinit const Branch Branch::ofRoots = {nullptr, kNoPath, nullptr, {nullptr}, {0}, 0};
+inline constinit const Branch Branch::kOfRoots = {nullptr, kNoPath, nullptr, {nullptr}, {0}, 0};
 
 inline Item* Item::parent() const {
     return branch->owner;
 }
 
 inline bool Item::isRoot() const {
-    return branch == &Branch::ofRoots;
+    return branch == &Branch::kOfRoots;
 }
 
 inline void Item::setInlineName(std::string_view text) {

@@ -68,7 +68,7 @@ public:
             if (chunk < kFirstChunks) {
                 std::free(items);
             } else if (chunk % kChunksOfBlock == 0) {
-                freeHugePages(items, kChunksOfBlock * kChunkSize * sizeof(Item));
+                freeHugePages(items, kChunksOfBlock * kChunkBytes);
             }
         }
         m_end = kFirstIndex;
@@ -79,6 +79,7 @@ public:
 private:
     static constexpr unsigned kChunkBits = 14;
     static constexpr uint32_t kChunkSize = 1u << kChunkBits;
+    static constexpr size_t kChunkBytes = sizeof(Item) << kChunkBits;
     static constexpr unsigned kIndexBits = 31;
 
     // The first chunks lie each in a block of its own, later ones several together, in huge pages.
@@ -92,7 +93,7 @@ private:
         }
         const uint32_t first = m_capacity >> kChunkBits;
         const uint32_t count = first < kFirstChunks ? 1 : kChunksOfBlock;
-        const size_t bytes = count * kChunkSize * sizeof(Item);
+        const size_t bytes = count * kChunkBytes;
         void* block =
             count == 1 ? std::aligned_alloc(alignof(Item), bytes) : allocateHugePages(bytes);
         if (!block) {
@@ -103,11 +104,11 @@ private:
             // The indices that name no item lead to items without a name, which match nothing.
             std::memset(block, 0, kFirstIndex * sizeof(Item));
             for (uint32_t i = 0; i < kFirstIndex; ++i) {
-                items[i].branch = &Branch::ofRoots;
+                items[i].branch = &Branch::kOfRoots;
             }
         }
         for (uint32_t i = 0; i < count; ++i) {
-            g_chunks[first + i].store(items + i * kChunkSize, std::memory_order_release);
+            g_chunks[first + i].store(items + size_t{i} * kChunkSize, std::memory_order_release);
         }
         m_capacity += count * kChunkSize;
         return true;

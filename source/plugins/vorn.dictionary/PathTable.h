@@ -20,7 +20,7 @@
 
 namespace vorn::dictionary {
 
-class PathTable {
+class PathTable { // NOLINT(clang-analyzer-optin.performance.Padding): by cache lines
 public:
     explicit constexpr PathTable(const ItemPool& items) : m_items(items) {}
     PathTable(const PathTable&) = delete;
@@ -185,12 +185,14 @@ private:
     void _put(Table* table, uint32_t index, uint32_t hash);
     bool _rebuild(unsigned bits);
 
-    const ItemPool& m_items;
+    // What readers look at, in a cache line that no insertion touches.
+    alignas(64) const ItemPool& m_items;
     std::atomic<Table*> m_table{nullptr};
     std::atomic<uint64_t> m_generation{0}; // raised after every replacement of the table
-    size_t m_count = 0;                    // items in the table
-    size_t m_removed = 0;                  // slots marked as removed
-    Table* m_retired[kMaxBits + 1] = {};   // lists of replaced tables by size, for use again
+
+    alignas(64) size_t m_count = 0;      // items in the table
+    size_t m_removed = 0;                // slots marked as removed
+    Table* m_retired[kMaxBits + 1] = {}; // lists of replaced tables by size, for use again
 };
 
 } // namespace vorn::dictionary

@@ -105,7 +105,7 @@ Item* Tree::createRoot(const char* name, ItemType type) {
     if (!m_paths.reserve(1)) {
         return nullptr;
     }
-    const uint32_t index = _newItem(&Branch::ofRoots, name ? name : "", m_nextRootHash, {type});
+    const uint32_t index = _newItem(&Branch::kOfRoots, name ? name : "", m_nextRootHash, {type});
     if (index == kNoItem) {
         return nullptr;
     }
@@ -140,13 +140,12 @@ Item* Tree::_createBelow(Item* anchor, std::string_view path, Content content) {
         return nullptr;
     }
     Item* item = anchor;
-    Branch* branch = top;
     uint32_t topIndex = ItemPool::kNoItem;
     for (size_t begin = 0; begin < path.size();) {
         const size_t end = std::min(path.find('/', begin), path.size());
         const Content own = end == path.size() ? content : Content{ItemType::eDictionary};
         const std::string_view name = path.substr(begin, end - begin);
-        branch = item == anchor ? top : _roomForChild(item);
+        Branch* branch = item == anchor ? top : _roomForChild(item);
         const uint32_t index = branch ? _newChild(branch, name, own) : kNoItem;
         if (index == kNoItem) {
             _discardChain(item, anchor, topIndex);
@@ -228,6 +227,7 @@ Branch* Tree::_newBranch(Item* owner) {
     if (!memory) {
         return nullptr;
     }
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.PlacementNew): a block is as large as was asked for
     auto* branch = new (memory) Branch{owner->isRoot() ? owner : above.root,
                                        isKept ? pathLength : Branch::kNoPath,
                                        owner,

@@ -231,12 +231,12 @@ private:
     void _freeContents(Item* item);
 
     mutable StringStore m_strings;
-    ItemPool m_items;
     PathTable m_paths{m_items};
+    ItemPool m_items;
+    uint32_t m_nextRootHash = 0;
     ChildListPool m_childLists;
     RecycledBlocks m_blocks; // branches and long names
     std::mutex m_mutex;
-    uint32_t m_nextRootHash = 0;
 };
 
 template <class PayloadAt>

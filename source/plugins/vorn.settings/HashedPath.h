@@ -32,7 +32,7 @@ public:
     size_t hash() const {
         const size_t words = m_path.size() / kWord;
         size_t word = words < kMaxStates ? words : kMaxStates;
-        uint64_t state = m_states[word];
+        uint64_t state = m_states[word]; // NOLINT(clang-analyzer-core.uninitialized.Assign)
         for (; word < words; ++word) {
             state = _step(state, word);
         }

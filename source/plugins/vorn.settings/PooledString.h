@@ -107,10 +107,14 @@ struct MflStringHash {
     size_t operator()(const MflString& mflString) const {
         uint64_t hashVal = kFnvOffsetBasis;
         for (const char byte : mflString) {
-            const auto widened = static_cast<int64_t>(static_cast<signed char>(byte));
-            hashVal = (hashVal ^ static_cast<uint64_t>(widened)) * kFnvPrime;
+            hashVal = (hashVal ^ _widen(byte)) * kFnvPrime;
         }
         return hashVal;
+    }
+
+private:
+    static uint64_t _widen(char byte) {
+        return static_cast<uint64_t>(static_cast<int64_t>(static_cast<signed char>(byte)));
     }
 };
 

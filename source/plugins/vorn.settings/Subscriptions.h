@@ -192,14 +192,14 @@ public:
 private:
     friend class ChangeEventsSubscriptions;
 
-    static bool isAnyAt(const Group* group) {
+    static bool _isAnyAt(const Group* group) {
         const Visitor* visitor = t_innermost;
         while (visitor && visitor->m_group != group) {
             visitor = visitor->m_outer;
         }
         return visitor != nullptr;
     }
-    static void sendAllAway(const ChangeEventsSubscriptions& subscriptions) {
+    static void _sendAllAway(const ChangeEventsSubscriptions& subscriptions) {
         for (Visitor* visitor = t_innermost; visitor; visitor = visitor->m_outer) {
             if (visitor->m_subscriptions == &subscriptions) {
                 visitor->m_group = nullptr;
@@ -232,7 +232,7 @@ void ChangeEventsSubscriptions::visit(Visitor& visitor, const HashedPath& path, 
     }
     if (visitor.m_group) {
         visitor.m_group = nullptr;
-        if (group->entries.size() > 2 * group->size && !Visitor::isAnyAt(group)) {
+        if (group->entries.size() > 2 * group->size && !Visitor::_isAnyAt(group)) {
             _tidy(group);
         }
     }
@@ -247,14 +247,14 @@ inline bool ChangeEventsSubscriptions::remove(const SubscriptionId* record) {
     group->entries[place->position].record = nullptr;
     --group->size;
     m_places.erase(place);
-    if (!Visitor::isAnyAt(group)) {
+    if (!Visitor::_isAnyAt(group)) {
         _tidy(group);
     }
     return true;
 }
 
 inline void ChangeEventsSubscriptions::clear() {
-    Visitor::sendAllAway(*this);
+    Visitor::_sendAllAway(*this);
     m_places.clear();
     m_groups.clear();
 }
