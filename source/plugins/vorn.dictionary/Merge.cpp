@@ -1,8 +1,8 @@
 #include "Merge.h"
 
+#include <algorithm>
 #include <new>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 namespace vorn::dictionary {
@@ -128,10 +128,6 @@ public:
             ++m_place;
         } while (!isEntered && !isAtEnd() && depth() > left);
     }
-    // Of all items.
-    size_t size() const {
-        return m_items.size();
-    }
 
 private:
     struct Entry {
@@ -154,37 +150,94 @@ private:
     size_t m_place = 0;
 };
 
+// What a merge has written, for the case that it cannot go on.
+class WriteLog {
+public:
+    explicit WriteLog(Tree& tree) : m_tree(tree) {}
+    WriteLog(const WriteLog&) = delete;
+    WriteLog& operator=(const WriteLog&) = delete;
+
+    // To be called before each write. Throws std::bad_alloc when memory is exhausted.
+    void makeRoom() {
+        if (m_writes.size() == m_writes.capacity()) {
+            m_writes.reserve(std::max(kFirstCapacity, 2 * m_writes.size()));
+        }
+    }
+    void noteCreated(Item* item) {
+        m_writes.push_back({item, {static_cast<uint64_t>(kDeadType), 0}});
+    }
+    void noteExchanged(Item* item, const Value& before) {
+        m_writes.push_back({item, before});
+    }
+
+    // Lets go of the values that were replaced.
+    void forget() {
+        for (const Write& write : m_writes) {
+            if (write.before.type() == ItemType::eString) {
+                m_tree.strings().retire(write.before.payload);
+            }
+        }
+    }
+    // From the last to the first, so that children go before their parents. Nothing fails.
+    void undo() {
+        for (; !m_writes.empty(); m_writes.pop_back()) {
+            const Write& write = m_writes.back();
+            if (write.before.type() == kDeadType) {
+                m_tree.destroy(write.item);
+            } else if (write.before.type() != ItemType::eDictionary) {
+                m_tree.setValue(write.item, write.before.type(), write.before.payload);
+            }
+        }
+    }
+
+private:
+    static constexpr size_t kFirstCapacity = 64;
+
+    struct Write {
+        Item* item;
+        Value before; // of dead type when the item was created
+    };
+
+    Tree& m_tree;
+    std::vector<Write> m_writes;
+};
+
 // Carries out a merge from one of the sources above.
 template <class Source>
 class Merger {
 public:
     Merger(Tree& tree, Source& source, OnUpdateItemFn onUpdateItemFn, void* userData)
-        : m_tree(tree), m_source(source), m_onUpdateItemFn(onUpdateItemFn), m_userData(userData) {
-        if constexpr (kIsOneTree) {
-            m_postponed.reserve(source.size());
-        }
-    }
+        : m_tree(tree), m_source(source), m_onUpdateItemFn(onUpdateItemFn), m_userData(userData),
+          m_log(tree) {}
 
-    // Ends early when memory is exhausted.
+    // Throws std::bad_alloc, with the destination as it was, when memory is exhausted.
     void run(Item* dst, const char* dstPath) {
-        _enter(dst);
-        while (!m_source.isAtEnd() && _mergeItem(dstPath)) {
+        try {
+            _enter(dst);
+            while (!m_source.isAtEnd() && _mergeItem(dstPath ? dstPath : "")) {
+            }
+        } catch (const std::bad_alloc&) {
+            m_log.undo();
+            for (const Postponed& write : m_postponed) {
+                _discard(write.type, write.payload);
+            }
+            throw;
         }
+        m_log.forget();
         for (const Postponed& write : m_postponed) {
             m_tree.setValue(write.item, write.type, write.payload);
         }
     }
 
 private:
-    // Within one tree, a dictionary that becomes a value could take sources with it.
-    static constexpr bool kIsOneTree = std::is_same_v<Source, PlannedSource>;
-
     // Where the items of one depth go.
     struct Level {
         Item* parent;
         uint32_t childHash;
         size_t hint; // the place of the child of the parent that is expected next
     };
+    // A value that replaces a dictionary. That comes last, since it cannot be undone, and within
+    // one tree could take sources with it.
     struct Postponed {
         Item* item;
         ItemType type;
@@ -195,23 +248,23 @@ private:
         m_levels.push_back({parent, parent->childHash(), 0});
     }
 
-    // Merges the item at hand and goes on to the next. False when memory is exhausted.
+    // Merges the item at hand and goes on to the next. False when the path of the top is
+    // impossible.
     bool _mergeItem(const char* dstPath) {
         const size_t depth = m_source.depth();
         while (m_levels.size() > depth + 1) {
             m_levels.pop_back();
         }
         m_topPath = depth == 0 ? dstPath : nullptr;
-        m_isTop = depth == 0;
         _find();
         const bool isAccepted = _isAccepted();
         if (isAccepted) {
-            Item* merged =
-                m_source.type() == ItemType::eDictionary ? _writeDictionary() : _writeValue();
+            const bool isDictionary = m_source.type() == ItemType::eDictionary;
+            Item* merged = isDictionary ? _writeDictionary() : _writeValue();
             if (!merged) {
                 return false;
             }
-            if (m_source.type() == ItemType::eDictionary) {
+            if (isDictionary) {
                 _enter(merged);
             }
         }
@@ -222,7 +275,7 @@ private:
     // Looks up where the item goes.
     void _find() {
         Level& level = m_levels.back();
-        if (m_isTop) {
+        if (m_topPath) {
             m_item = m_tree.find(level.parent, m_topPath);
         } else {
             const Item& source = *m_source.item();
@@ -246,51 +299,96 @@ private:
                UpdateAction::eOverwrite;
     }
 
-    // Both give the item in the destination, or null when memory is exhausted.
+    // Both give the item in the destination, or null when its path is impossible.
     Item* _writeDictionary() {
-        if (!m_item) {
-            return _create(ItemType::eDictionary, 0);
+        if (m_itemType == ItemType::eDictionary) {
+            return m_item;
         }
-        if (m_itemType != ItemType::eDictionary) {
-            m_tree.makeDictionary(m_item);
-        }
-        return m_item;
+        return m_item ? _exchange(m_item, ItemType::eDictionary, 0)
+                      : _create(ItemType::eDictionary, 0);
     }
     Item* _writeValue() {
         ItemType type;
         uint64_t payload;
         if (!m_source.copyValue(&type, &payload)) {
-            return nullptr;
+            throw std::bad_alloc();
         }
-        Item* item = m_item;
-        if (kIsOneTree && m_itemType == ItemType::eDictionary) {
-            m_postponed.push_back({item, type, payload});
-        } else if (item) {
-            m_tree.setValue(item, type, payload);
-        } else {
-            item = _create(type, payload);
-            if (!item && type == ItemType::eString) {
-                m_tree.strings().discard(payload);
+        try {
+            if (m_itemType == ItemType::eDictionary) {
+                m_postponed.push_back({m_item, type, payload});
+                return m_item;
             }
+            Item* item = m_item ? _exchange(m_item, type, payload) : _create(type, payload);
+            if (!item) {
+                _discard(type, payload);
+            }
+            return item;
+        } catch (const std::bad_alloc&) {
+            _discard(type, payload);
+            throw;
         }
+    }
+
+    // A payload that was not stored.
+    void _discard(ItemType type, uint64_t payload) {
+        if (type == ItemType::eString) {
+            m_tree.strings().discard(payload);
+        }
+    }
+
+    Item* _exchange(Item* item, ItemType type, uint64_t payload) {
+        m_log.makeRoom();
+        m_log.noteExchanged(item, m_tree.exchangeValue(item, type, payload));
         return item;
     }
+
     Item* _create(ItemType type, uint64_t payload) {
         Item* parent = m_levels.back().parent;
-        return m_isTop ? m_tree.createWith(parent, m_topPath, type, payload)
-                       : m_tree.createChildLike(parent, *m_source.item(), m_hash, type, payload);
+        if (m_topPath) {
+            return _createTop(parent, m_topPath, type, payload);
+        }
+        m_log.makeRoom();
+        Item* item = m_tree.createChildLike(parent, *m_source.item(), m_hash, type, payload);
+        if (!item) {
+            throw std::bad_alloc();
+        }
+        m_log.noteCreated(item);
+        return item;
+    }
+
+    // With the items on the way to it, of which the first may be a value that becomes a dictionary.
+    Item* _createTop(Item* base, std::string_view path, ItemType type, uint64_t payload) {
+        if (!isPossiblePath(path)) {
+            return nullptr;
+        }
+        size_t known = 0;
+        Item* anchor = m_tree.findAnchor(base, path, &known);
+        if (anchor->type() != ItemType::eDictionary) {
+            _exchange(anchor, ItemType::eDictionary, 0);
+        }
+        m_log.makeRoom();
+        Item* item = m_tree.createWith(base, path.data(), type, payload);
+        if (!item) {
+            throw std::bad_alloc();
+        }
+        Item* first = item;
+        while (first->parent() != anchor) {
+            first = first->parent();
+        }
+        m_log.noteCreated(first);
+        return item;
     }
 
     Tree& m_tree;
     Source& m_source;
     OnUpdateItemFn m_onUpdateItemFn;
     void* m_userData;
+    WriteLog m_log;
     std::vector<Level> m_levels; // one more than the item at hand is deep
     std::vector<Postponed> m_postponed;
 
-    // About the item at hand: whether it is the top of the source and its path then, where it goes
+    // About the item at hand: its path when it is the top of the source, else null; where it goes
     // (null when there is nothing yet), what that is, and its hash, known when there is nothing.
-    bool m_isTop = true;
     const char* m_topPath = nullptr;
     Item* m_item = nullptr;
     ItemType m_itemType = ItemType::eCount;
@@ -304,11 +402,8 @@ void mergeFrom(Tree& tree,
                Item* top,
                OnUpdateItemFn onUpdateItemFn,
                void* userData) {
-    try {
-        Source source(tree, top);
-        Merger<Source>(tree, source, onUpdateItemFn, userData).run(dst, dstPath);
-    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): the merge ends there
-    }
+    Source source(tree, top);
+    Merger<Source>(tree, source, onUpdateItemFn, userData).run(dst, dstPath);
 }
 
 } // namespace

@@ -4,8 +4,8 @@
 // whole before anything is written, so it does not matter whether the destination lies in the
 // source or the source in the destination. The callback must not remove items of either.
 //
-// When memory runs out, the merge ends there; within one tree, if before the first write, nothing
-// has happened.
+// When memory runs out, what was written is undone. A dictionary becomes a value last of all, when
+// nothing can fail.
 //
 // Threads: as the operations of Tree it is made of; no lock is held while the callback runs.
 #pragma once
@@ -14,7 +14,8 @@
 
 namespace vorn::dictionary {
 
-// As IDictionary's update. REQUIRES: dst, src and onUpdateItemFn are not null.
+// As IDictionary's update. Throws std::bad_alloc, with the destination as it was, when memory is
+// exhausted. REQUIRES: dst, src and onUpdateItemFn are not null.
 void merge(Tree& tree,
            Item* dst,
            const char* dstPath,

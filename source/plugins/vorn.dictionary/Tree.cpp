@@ -9,12 +9,6 @@ namespace vorn::dictionary {
 
 namespace {
 
-// Whether a path can name an item: no component is empty.
-bool isPossiblePath(std::string_view path) {
-    return !path.empty() && path.front() != '/' && path.back() != '/' &&
-           path.find("//") == std::string_view::npos;
-}
-
 // Marks an index as that of a new item. Indices have 31 bits.
 constexpr uint32_t kNewMark = 1u << 31;
 
@@ -57,9 +51,15 @@ Item* Tree::createChildLike(
     return item;
 }
 
-void Tree::makeDictionary(Item* item) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    _overwrite(item, ItemType::eDictionary, 0);
+Item* Tree::findAnchor(Item* base, std::string_view path, size_t* length) const {
+    Item* anchor = nullptr;
+    *length = path.size();
+    while (!anchor) {
+        const void* slash = ::memrchr(path.data(), '/', *length);
+        *length = slash ? static_cast<size_t>(static_cast<const char*>(slash) - path.data()) : 0;
+        anchor = find(base, path.data(), *length);
+    }
+    return anchor;
 }
 
 // An item that exists is returned as it is.
@@ -70,14 +70,8 @@ Item* Tree::_findOrCreate(Item* parent, std::string_view path, Content content, 
     if (path.empty()) {
         return parent;
     }
-    // The longest part of the path that exists, without the last name.
-    Item* anchor = nullptr;
-    size_t known = path.size();
-    while (!anchor) {
-        const void* slash = ::memrchr(path.data(), '/', known);
-        known = slash ? static_cast<size_t>(static_cast<const char*>(slash) - path.data()) : 0;
-        anchor = find(parent, path.data(), known);
-    }
+    size_t known = 0;
+    Item* anchor = findAnchor(parent, path, &known);
     const std::string_view missing = path.substr(known == 0 ? 0 : known + 1);
     if (missing.empty()) {
         return nullptr;
@@ -323,7 +317,19 @@ void Tree::_setValue(Item* item, ItemType type, uint64_t payload) {
     _letGo(_replaceValue(item, type, payload));
 }
 
-// The same, but a dictionary that is to be one stays as it is.
+Value Tree::exchangeValue(Item* item, ItemType type, uint64_t payload) {
+    Value value = item->read();
+    while (value.type() == type && type != ItemType::eDictionary) {
+        if (item->exchange(value, {value.head, payload})) {
+            return value;
+        }
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const bool isDone = type == ItemType::eDictionary && item->type() == type;
+    return isDone ? item->read() : _replaceValue(item, type, payload);
+}
+
+// The same as _setValue, but a dictionary that is to be one stays as it is.
 void Tree::_overwrite(Item* item, ItemType type, uint64_t payload) {
     if (type != ItemType::eDictionary || item->type() != type) {
         _setValue(item, type, payload);

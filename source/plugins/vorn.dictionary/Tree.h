@@ -22,6 +22,12 @@
 
 namespace vorn::dictionary {
 
+// Whether a path can name an item: no component is empty.
+inline bool isPossiblePath(std::string_view path) {
+    return !path.empty() && path.front() != '/' && path.back() != '/' &&
+           path.find("//") == std::string_view::npos;
+}
+
 class Tree {
 public:
     Tree() = default;
@@ -122,9 +128,6 @@ public:
     Item*
     createChildLike(Item* parent, const Item& like, uint32_t hash, ItemType type, uint64_t payload);
 
-    // Makes the item a dictionary, an empty one unless it is one already.
-    void makeDictionary(Item* item);
-
     // A root of its own tree.
     Item* createRoot(const char* name, ItemType type);
 
@@ -142,6 +145,14 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         _setValue(item, type, payload);
     }
+
+    // The same, or makes it a dictionary, for an item that is none; hands out what it held. One
+    // that another thread has made a dictionary meanwhile stays as it is.
+    Value exchangeValue(Item* item, ItemType type, uint64_t payload);
+
+    // The item at the longest part of the path, in front of its last name, that has one, and how
+    // long that part is. REQUIRES: the path is not empty.
+    Item* findAnchor(Item* base, std::string_view path, size_t* length) const;
 
     // Makes item an array of length elements of the type; payloadAt(i) is what element i holds.
     // Payloads of strings are taken over on success. False when memory is exhausted.
