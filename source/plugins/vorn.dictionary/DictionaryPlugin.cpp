@@ -115,10 +115,18 @@ void setBoolImpl(Item* item, bool value) {
     }
 }
 
-void setStringImpl(Item* item, const char* value) {
+// What is to be stored for a copy of the text.
+uint64_t createPayload(const char* value) {
     uint64_t payload;
-    if (item && g_tree.strings().create(value, &payload)) {
-        g_tree.setValue(item, ItemType::eString, payload);
+    if (!g_tree.strings().create(value, &payload)) {
+        throw std::bad_alloc();
+    }
+    return payload;
+}
+
+void setStringImpl(Item* item, const char* value) {
+    if (item) {
+        g_tree.setValue(item, ItemType::eString, createPayload(value));
     }
 }
 
@@ -178,17 +186,22 @@ template <ItemType type, class Element>
 void writeAt(Item* item, size_t index, Element value) {
     if (item) {
         const ElementName name(index);
-        g_tree.createWith(item, name.text(), type, payloadOf(value));
+        if (!g_tree.createWith(item, name.text(), type, payloadOf(value))) {
+            throw std::bad_alloc();
+        }
     }
 }
 
 // The text is copied first: it may be the element's own.
 void setStringAtImpl(Item* item, size_t index, const char* value) {
+    if (!item) {
+        return;
+    }
     const ElementName name(index);
-    uint64_t payload;
-    if (item && g_tree.strings().create(value, &payload) &&
-        !g_tree.createWith(item, name.text(), ItemType::eString, payload)) {
+    const uint64_t payload = createPayload(value);
+    if (!g_tree.createWith(item, name.text(), ItemType::eString, payload)) {
         g_tree.strings().discard(payload);
+        throw std::bad_alloc();
     }
 }
 
@@ -202,11 +215,17 @@ void readArray(const Item* item, Element* arrayOut, size_t length, ReadElement r
     }
 }
 
+// Lengths that no array can have change nothing.
+bool isPossibleLength(size_t arrayLength) {
+    return arrayLength <= ChildListPool::kMaxCapacity;
+}
+
 template <ItemType type, class Stored, class Element>
 void writeArray(Item* item, const Element* array, size_t arrayLength) {
-    if (item) {
-        g_tree.setArray(item, array ? arrayLength : 0, type,
-                        [array](size_t i) { return payloadOf(static_cast<Stored>(array[i])); });
+    const size_t length = array ? arrayLength : 0;
+    const auto payloadAt = [array](size_t i) { return payloadOf(static_cast<Stored>(array[i])); };
+    if (item && isPossibleLength(length) && !g_tree.setArray(item, length, type, payloadAt)) {
+        throw std::bad_alloc();
     }
 }
 
@@ -242,11 +261,8 @@ void getItemArrayImpl(const Item* item, const Item** arrayOut, size_t arrayBuffe
 
 // All texts are copied before the first element changes: they may be the elements' own.
 void setStringArrayImpl(Item* item, const char* const* array, size_t arrayLength) {
-    if (!item) {
-        return;
-    }
     const size_t length = array ? arrayLength : 0;
-    if (length > ChildListPool::kMaxCapacity) {
+    if (!item || !isPossibleLength(length)) {
         return;
     }
     uint64_t* payloads = new (std::nothrow) uint64_t[length];
@@ -262,6 +278,9 @@ void setStringArrayImpl(Item* item, const char* const* array, size_t arrayLength
         g_tree.strings().discard(payloads[i]);
     }
     delete[] payloads;
+    if (!isStored) {
+        throw std::bad_alloc();
+    }
 }
 
 // ------------------------------------------------------------------------ merging and destroying

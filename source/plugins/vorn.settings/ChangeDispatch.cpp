@@ -130,8 +130,7 @@ void triggerAllChangeCallbacksFromPath(const char* fullpath, ChangeEventType eve
     if (!isAnyoneSubscribed()) {
         return;
     }
-    const char* pathWithoutSlash = *fullpath == '/' ? fullpath + 1 : fullpath;
-    const Item* item = g_idictionary->getItem(g_modifiedSettingsRoot, pathWithoutSlash);
+    const Item* item = g_idictionary->getItem(g_modifiedSettingsRoot, fullpath + 1);
     triggerCallbacks(item, eventType, fullpath);
 }
 

@@ -30,6 +30,7 @@ inline void triggerAllChangeCallbacks(const dictionary::Item* item, ChangeEventT
 }
 
 // Sends the event of whatever node lies at a full path; callbacks get null when there is none.
+// REQUIRES: the path begins with "/".
 void triggerAllChangeCallbacksFromPath(const char* fullpath, ChangeEventType eventType);
 
 } // namespace vorn::settings

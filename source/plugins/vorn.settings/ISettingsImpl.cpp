@@ -19,6 +19,8 @@
 #include <cstring>
 #include <new>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 VORN_PLUGIN_GLOBALS("vorn.settings.plugin")
 
@@ -209,20 +211,48 @@ const char* getStringRawImpl(const char* path) {
 
 //---- scalar writes
 
+// Destroys an item that was just created, unless it is kept: what was to be stored in it may not
+// find memory.
+class NewItem {
+public:
+    NewItem(Item* parent, const char* path, ItemType itemType)
+        : m_item(g_idictionary->createItem(parent, path, itemType)) {}
+    ~NewItem() {
+        if (m_item) {
+            g_idictionary->destroyItem(m_item);
+        }
+    }
+    NewItem(const NewItem&) = delete;
+    NewItem& operator=(const NewItem&) = delete;
+
+    // Null when it could not be created.
+    Item* get() const {
+        return m_item;
+    }
+    Item* keep() {
+        return std::exchange(m_item, nullptr);
+    }
+
+private:
+    Item* m_item;
+};
+
 // Stores the value at path below root, creating the item when there is none, and returns the
 // item; null when it could not be created.
 template <class Scalar>
 Item* storeScalar(Item* root, const char* path, typename Scalar::Value value) {
-    Item* item = g_idictionary->getItemMutable(root, path);
-    if (!item) {
-        item = g_idictionary->createItem(root, path, Scalar::kItemType);
-    } else if (root == g_modifiedSettingsRoot) {
-        MergeReport::forgetBelow(item);
-    }
-    if (item) {
+    if (Item* item = g_idictionary->getItemMutable(root, path)) {
+        if (root == g_modifiedSettingsRoot) {
+            MergeReport::forgetBelow(item);
+        }
         (g_idictionary->*Scalar::kSet)(item, value);
+        return item;
     }
-    return item;
+    NewItem item(root, path, Scalar::kItemType);
+    if (item.get()) {
+        (g_idictionary->*Scalar::kSet)(item.get(), value);
+    }
+    return item.keep();
 }
 
 template <class Scalar>
@@ -475,10 +505,9 @@ void triggerArrayChangeCallbacks(const Item* arrayItem) {
     }
     const size_t childCount = g_idictionary->getItemChildCount(arrayItem);
     for (size_t chIdx = 0; chIdx < childCount; ++chIdx) {
-        // A callback may have removed elements.
-        if (const Item* child = g_idictionary->getItemChildByIndex(arrayItem, chIdx)) {
-            triggerAllChangeCallbacks(child, ChangeEventType::eChanged);
-        }
+        // Null where a callback has removed elements.
+        const Item* child = g_idictionary->getItemChildByIndex(arrayItem, chIdx);
+        triggerAllChangeCallbacks(child, ChangeEventType::eChanged);
     }
 }
 
@@ -497,15 +526,18 @@ void setArray(const char* path,
     }
     Item* item = findItem(sanitizedPath);
     if (item) {
-        MergeReport::rememberByPathBelow(item);
-    } else {
-        item =
-            g_idictionary->createItem(g_modifiedSettingsRoot, sanitizedPath, ItemType::eDictionary);
-    }
-    if (item) {
+        const std::vector<MergeReport::Aside> aside = MergeReport::setAsideBelow(item);
         (g_idictionary->*setter)(item, array, arrayLength);
-        triggerArrayChangeCallbacks(item);
+        MergeReport::putBack(aside);
+    } else {
+        NewItem newItem(g_modifiedSettingsRoot, sanitizedPath, ItemType::eDictionary);
+        if (!newItem.get()) {
+            return;
+        }
+        (g_idictionary->*setter)(newItem.get(), array, arrayLength);
+        item = newItem.keep();
     }
+    triggerArrayChangeCallbacks(item);
 }
 
 void setInt64ArrayImpl(const char* path, const int64_t* array, size_t arrayLength) {
@@ -811,12 +843,12 @@ Item* createDictionaryFromSettingsImpl(const char* path) {
     if (!pathWithoutSlash) {
         return nullptr;
     }
-    Item* fullSettingsCopy = createDictionaryItem(nullptr, "<full settings>");
-    if (fullSettingsCopy) {
-        g_idictionary->update(fullSettingsCopy, nullptr, g_modifiedSettingsRoot, pathWithoutSlash,
-                              dictionary::kUpdateItemOverwriteOriginal, nullptr);
+    NewItem fullSettingsCopy(nullptr, "<full settings>", ItemType::eDictionary);
+    if (fullSettingsCopy.get()) {
+        g_idictionary->update(fullSettingsCopy.get(), nullptr, g_modifiedSettingsRoot,
+                              pathWithoutSlash, dictionary::kUpdateItemOverwriteOriginal, nullptr);
     }
-    return fullSettingsCopy;
+    return fullSettingsCopy.keep();
 }
 
 // Accepts everything, on behalf of merges that are still to report.

@@ -187,17 +187,24 @@ void MergeReport::forgetOverwritten(const Item* dstItem,
     }
 }
 
-void MergeReport::rememberByPathBelow(const Item* item) {
+std::vector<MergeReport::Aside> MergeReport::setAsideBelow(const Item* item) {
+    std::vector<Aside> aside;
     if (isAnyPending() && g_idictionary->getItemType(item) == ItemType::eDictionary) {
-        _forEachPending([item](MergeReport& report, size_t i) {
-            const Item*& pending = report.m_data.updatedItems[i].item;
+        _forEachPending([&](MergeReport& report, size_t i) {
+            const Item* pending = report.m_data.updatedItems[i].item;
             if (isBelow(item, pending)) {
-                MflString& path = report.m_data.updatedItemPaths[i];
-                getFullPath(&path, pending, g_modifiedSettingsRoot);
-                path.erase(0, report.m_destinationPrefix.size());
-                pending = nullptr;
+                aside.push_back({&report, i, {}});
+                getFullPath(&aside.back().fullPath, pending, g_modifiedSettingsRoot);
             }
         });
+    }
+    return aside;
+}
+
+void MergeReport::putBack(const std::vector<Aside>& aside) {
+    for (const auto& [report, entry, fullPath] : aside) {
+        report->m_data.updatedItems[entry].item =
+            g_idictionary->getItem(g_modifiedSettingsRoot, fullPath.c_str() + 1);
     }
 }
 

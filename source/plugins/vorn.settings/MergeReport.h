@@ -28,7 +28,7 @@ struct MergeDataWrapper {
     MflString dstPath;
     const dictionary::Item* srcRoot;
     // One for each of updatedItems, but for those at the end whose paths are not composed yet: for
-    // nodes known by path alone the full path below srcRoot; empty for all others.
+    // nodes that the merge creates the full path below srcRoot; empty for all others.
     std::vector<MflString> updatedItemPaths;
     // The caller's callback and its pointer.
     dictionary::OnUpdateItemFn onUpdateItemFn;
@@ -79,9 +79,18 @@ public:
                                   dictionary::ItemType dstItemType,
                                   dictionary::ItemType srcItemType);
 
-    // An array is about to be written over the item: whether the nodes below it stay, are replaced
-    // or go is the dictionary service's matter, so their events go to whatever then has their path.
-    static void rememberByPathBelow(const dictionary::Item* item);
+    // A pending node, known by its path while an array is written over a node above it.
+    struct Aside {
+        MergeReport* report;
+        size_t entry;
+        MflString fullPath;
+    };
+
+    // Before and after an array is written over the item: whether the nodes below it stay, are
+    // replaced or go is the dictionary service's matter. The events go to whatever has their path
+    // then; where there is nothing, there is no event.
+    static std::vector<Aside> setAsideBelow(const dictionary::Item* item);
+    static void putBack(const std::vector<Aside>& aside);
 
 private:
     static bool _isAnyPendingHere();
