@@ -35,6 +35,10 @@ TEST_F(Items, APathNamesOneItemOrNothing) {
     for (const char* path : {"n//x", "/n", "n/", "p/a/leaf/", "p/a/leaf//x"}) {
         EXPECT_EQ(d->createItem(root, path, kInt), nullptr) << path;
     }
+    EXPECT_EQ(d->createItem(root, "new", kNone), nullptr);
+    EXPECT_EQ(d->createItem(nullptr, "new", kNone), nullptr);
+    EXPECT_EQ(d->createItem(root, nullptr, kDict), root);
+    EXPECT_STREQ(d->getItemName(d->createItem(nullptr, nullptr, kDict)), "");
     EXPECT_EQ(outline(root), before);
     const Item* free = d->makeDictionaryAtPath(nullptr, "a/b//c/"); // a root takes the whole path
     EXPECT_NE(d->makeDictionaryAtPath(nullptr, "a/b//c/"), free);
@@ -68,6 +72,23 @@ TEST_F(Items, AWideDictionaryKeepsItsOrderWhileItemsLeaveFromTheMiddle) {
         ASSERT_TRUE(!item || d->getItemChildByIndex(root, place++) == item);
     }
     EXPECT_EQ(d->getItemChildCount(root), place);
+}
+
+TEST_F(Items, ComingAndGoingLosesNobody) {
+    constexpr size_t kAlive = 600;
+    const auto nameOf = [](size_t i) { return std::to_string(i); };
+    for (size_t i = 0; i < 30000; ++i) {
+        d->makeInt64AtPath(root, nameOf(i).c_str(), static_cast<int64_t>(i));
+        if (i >= kAlive) {
+            d->destroyItem(d->getItemMutable(root, nameOf(i - kAlive).c_str()));
+        }
+        if (i % 1000 == 999) {
+            for (size_t alive = i - kAlive + 1; alive <= i; ++alive) {
+                ASSERT_EQ(d->getAsInt64(at(nameOf(alive))), static_cast<int64_t>(alive));
+            }
+            ASSERT_EQ(at(nameOf(i - kAlive)), nullptr);
+        }
+    }
 }
 
 TEST_F(Items, ANullItemReadsAsNothingAndCannotBeChanged) {

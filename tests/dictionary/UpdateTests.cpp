@@ -32,6 +32,7 @@ TEST_F(DictionaryTest, AMergeAsksInSourceOrderAndWithinOneTreeTakesTheSourceAsIt
         {"a", "a/b/x", "x:d<i ", "{a:2}"}, // the source goes with its parent
         {"n", "a/b/keep", "keep:-<i ", "{a:{x:1 b:{x:2 keep:3}}}"},
         {"n", "a/b/", "", "{a:{x:1 b:{x:2 keep:3}}}"},
+        {"n//m", "a/b/x", "x:-<i ", "{a:{x:1 b:{x:2 keep:3}}}"}, // no item can be there
     };
     for (const Row& row : kRows) {
         d->deleteChildren(root);

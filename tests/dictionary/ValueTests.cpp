@@ -38,6 +38,12 @@ TEST_F(Values, ConvertToEveryTypeTheyAreAccessibleAs) {
         {"-1e99999", kString, INT64_MIN, -kInfinity},
         {"1e-99999", kString, 0, 0},
         {"0.001e-400", kString, 0, 0},
+        {"1e99999999999", kString, INT64_MAX, kInfinity},
+        {"-1e+999", kString, INT64_MIN, -kInfinity},
+        {"1e-99999999999", kString, 0, 0},
+        {"Inf", kString, INT64_MAX, kInfinity},
+        {"+5", kString, 5, 5},
+        {"+-5", kNone, 0, 0},
         {"1e999x", kNone, 0, 0},
         {"nan(x)", kNone, 0, 0},
         {"true", kString, 1, 1},
@@ -57,6 +63,9 @@ TEST_F(Values, ConvertToEveryTypeTheyAreAccessibleAs) {
         EXPECT_EQ(d->getAsBool(item), row.asFloat != 0);
     }
     EXPECT_TRUE(d->isAccessibleAs(kDict, root) && !d->isAccessibleAs(kString, root));
+    EXPECT_FALSE(d->isAccessibleAs(kNone, root) || d->isAccessibleAs(kNone, item));
+    d->setString(item, "-nan");
+    EXPECT_TRUE(std::isnan(d->getAsFloat64(item)));
 }
 
 TEST_F(Values, TextIsTheShortestThatReadsBackAndTellsFloatsFromIntegers) {
@@ -110,6 +119,15 @@ TEST_F(Values, AnArrayIsADictionaryOfTheNamesZeroToLengthMinusOne) {
     EXPECT_EQ(d->getPreferredArrayType(item), kFloat);
     d->setInt64At(item, 2, (int64_t{1} << 53) + 1); // no float has this value
     EXPECT_EQ(d->getPreferredArrayType(item), kString);
+    d->setInt64At(item, 2, INT64_MAX);
+    EXPECT_EQ(d->getPreferredArrayType(item), kString);
+    d->setStringAt(item, 0, "no number");
+    EXPECT_FALSE(d->isAccessibleAsArrayOf(kInt, item));
+    d->createItem(item, "1", kDict);
+    EXPECT_EQ(d->getPreferredArrayType(item), kNone) << "values and dictionaries";
+    d->setStringArray(item, nullptr, 2);
+    d->createItem(item, "0", kDict);
+    EXPECT_EQ(d->getPreferredArrayType(item), kDict);
 }
 
 TEST_F(Values, ElementsConvertAndPlacesWithoutOneAreLeftAlone) {

@@ -163,5 +163,15 @@ TEST(FileSystemService, WalksInOrderAndTellsFilesDirectoriesAndLinksApart) {
     files.getCanonicalPath(roundabout.c_str(), buffer.data(), buffer.size());
     EXPECT_STREQ(buffer.c_str(), expected.c_str());
     EXPECT_EQ(files.getCanonicalPath("/nowhere/at/all", nullptr, 0), 0u);
+
+    vorn::filesystem::ItemInfo info;
+    const std::string nowhere = root / "nowhere", b = root / "b";
+    EXPECT_FALSE(files.getItemInfo(nullptr, &info) || files.getItemInfo(nowhere.c_str(), &info));
+    EXPECT_FALSE(files.exists(nullptr) || files.isDirectory(nullptr) ||
+                 files.isDirectory(b.c_str()));
+    EXPECT_FALSE(files.makeDirectories(nullptr) || files.makeDirectories(b.c_str()));
+    EXPECT_FALSE(files.copyFile(nullptr, b.c_str()) || files.copyFile(b.c_str(), nullptr));
+    EXPECT_FALSE(files.copyFile(nowhere.c_str(), b.c_str()) || files.removeFile(nullptr));
+    EXPECT_EQ(files.getCanonicalPath(nullptr, nullptr, 0), 0u);
     fs::remove_all(root);
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 using vorn::logging::kLevelError;
+using vorn::logging::kLevelFatal;
 using vorn::logging::kLevelInfo;
 using vorn::logging::kLevelVerbose;
 using vorn::logging::kLevelWarn;
@@ -54,6 +55,40 @@ TEST_F(LoggingSources, ASourcesOwnSettingWinsUntilItInheritsAgain) {
     EXPECT_EQ(takeLines(), (Lines{"a: level 1"}));
     logging.setLogEnabledForSource("a", LogSettingBehavior::eInherit, true);
     say("a", kLevelError);
+    EXPECT_EQ(takeLines(), Lines{});
+}
+
+TEST_F(LoggingSources, NullArgumentsAreIgnoredOrEmpty) {
+    logging.registerSource(nullptr, [](int32_t) {});
+    logging.registerSource("a", nullptr);
+    logging.unregisterSource(nullptr);
+    logging.unregisterSource("nobody");
+    logging.setLevelThresholdForSource(nullptr, LogSettingBehavior::eOverride, kLevelVerbose);
+    logging.setLogEnabledForSource(nullptr, LogSettingBehavior::eOverride, false);
+    logging.addLogger(nullptr);
+    logging.removeLogger(nullptr);
+    logging.destroyStandardLogger(nullptr);
+    const vorn::logging::LogFn log = logging.log;
+    log("a", kLevelError, "file.cpp", 1, nullptr);
+    logging.log(nullptr, kLevelError, nullptr, 1, "from nobody");
+    EXPECT_EQ(takeLines(), (Lines{": from nobody"}));
+
+    static vorn::logging::Logging* s_logging = &logging;
+    logging.registerSource("outside", [](int32_t) {});
+    vorn::PluginRegistrationDesc hasty = InlinePlugin<1>::desc();
+    hasty.onPluginRegisterFn = [](vorn::Framework*, vorn::PluginRegistryEntry*) {
+        s_logging->registerSource("inside", [](int32_t) {});
+        s_logging->unregisterSource("inside");
+        s_logging->unregisterSource("outside");
+    };
+    EXPECT_FALSE(framework.registerPlugin("test", hasty));
+    takeLines();
+
+    logging.registerSource("told", [](int32_t) {});
+    logging.setLevelThresholdForSource("told", LogSettingBehavior::eOverride, kLevelError);
+    say("told", kLevelWarn);
+    logging.setLogEnabledForSource("told", LogSettingBehavior::eOverride, false);
+    say("told", kLevelError);
     EXPECT_EQ(takeLines(), Lines{});
 }
 
@@ -139,11 +174,16 @@ TEST_F(LoggingSources, StandardLoggerWritesLinesToItsDescriptorAboveItsOwnThresh
     ASSERT_NE(standard, nullptr);
     standard->setFileDescriptor(standard, ends[1]);
     logging.addLogger(&standard->logger);
-    say("a", kLevelWarn);
+    logging.setLevelThreshold(kLevelVerbose);
+    for (const int32_t level : {kLevelVerbose, kLevelInfo, kLevelWarn, kLevelFatal}) {
+        say("a", level);
+    }
     standard->setFileNameIncluded(standard, true);
     standard->setLevelThreshold(standard, kLevelError);
     say("a", kLevelWarn);
     logging.log("a", kLevelError, "file.cpp", 12, "%s", std::string(5000, 'x').c_str());
+    standard->setFileDescriptor(standard, -1);
+    say("a", kLevelError); // nobody to complain to
     logging.destroyStandardLogger(standard);
     say("a", kLevelError);
     logging.destroyStandardLogger(logging.getDefaultLogger()); // not ours to destroy
@@ -152,7 +192,9 @@ TEST_F(LoggingSources, StandardLoggerWritesLinesToItsDescriptorAboveItsOwnThresh
     const ssize_t size = read(ends[0], written, sizeof(written));
     ASSERT_GT(size, 0);
     EXPECT_EQ(std::string(written, size),
-              "a: warning: level 0\nfile.cpp:12: a: error: " + std::string(5000, 'x') + "\n");
+              "a: verbose: level -2\na: info: level -1\na: warning: level 0\na: fatal: level 2\n"
+              "file.cpp:12: a: error: " +
+                  std::string(5000, 'x') + "\n");
     close(ends[0]);
     close(ends[1]);
 }

@@ -3,10 +3,12 @@
 #include "HostFixture.h"
 
 #include <chrono>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 using vorn::host::HostError;
 using PluginLoading = HostFixture;
@@ -122,6 +124,8 @@ TEST_F(PluginDirectories, RecursiveSearchHonoursExclusionsAndReportsWhatIsNoDire
     EXPECT_STREQ(framework.getPluginDesc("test.base").impl.name, "test.base");
 
     desc.searchRecursive = true;
+    fs::create_symlink("nowhere", root / "one/libbroken.plugin.so");
+    desc.loadedFileWildcards = &excluded; // none of them: the usual ones
     framework.loadPluginsEx(desc);
     EXPECT_EQ(framework.getPluginCount(), 4u);
     EXPECT_STREQ(framework.getPluginDesc("test.middle").impl.name, "test.middle");
@@ -144,10 +148,100 @@ TEST_F(PluginLoading, RegistersByAddressOnceAndChecksTheEntryPoints) {
     EXPECT_FALSE(framework.registerPlugin("test", incomplete));
     expectOneLine(takeLines(), {"expected all entry points", "found a null one"});
 
-    vorn::PluginRegistrationDesc nameless = InlinePlugin<1>::desc();
-    nameless.onPluginRegisterFn = [](vorn::Framework*, vorn::PluginRegistryEntry*) {};
-    EXPECT_FALSE(framework.registerPlugin("test", nameless));
-    expectOneLine(takeLines(), {"expected a plugin name"});
+    for (auto entryPoint : {&vorn::PluginRegistrationDesc::onPluginStartupFn,
+                            &vorn::PluginRegistrationDesc::onPluginShutdownFn}) {
+        vorn::PluginRegistrationDesc desc = InlinePlugin<2>::desc();
+        desc.*entryPoint = nullptr;
+        EXPECT_FALSE(framework.registerPlugin("test", desc));
+    }
+    vorn::PluginRegistrationDesc desc = InlinePlugin<2>::desc();
+    desc.getFrameworkVersionFn = nullptr;
+    EXPECT_FALSE(framework.registerPlugin("test", desc));
+    EXPECT_FALSE(framework.registerPlugin("test", {}));
+}
+
+// A plugin that says of itself what the row says.
+TEST_F(PluginLoading, RefusesDescriptionsThatAreIncomplete) {
+    using Interface = vorn::PluginRegistryEntry::Interface;
+    struct Row {
+        const char* found;
+        const char* name;
+        Interface interface;
+        size_t interfaceCount, dependencyCount;
+        const char* dependency; // null list when empty
+    };
+    static Row s_row;
+    static const vorn::Version kVersion = {0, 1};
+    for (const Row& row : {
+             Row{"expected a plugin name", nullptr, {}, 0, 0, ""},
+             Row{"expected a plugin name", "", {}, 0, 0, ""},
+             Row{"expected 2 interfaces", "test.x", {}, 2, 0, ""},
+             Row{"found no name", "test.x", {{nullptr, kVersion}, "table", 8}, 1, 0, ""},
+             Row{"found no table", "test.x", {{"test::X", kVersion}, nullptr, 8}, 1, 0, ""},
+             Row{"expected 1 dependencies", "test.x", {}, 0, 1, ""},
+             Row{"a name for every dependency", "test.x", {}, 0, 1, nullptr},
+         }) {
+        s_row = row;
+        vorn::PluginRegistrationDesc desc = InlinePlugin<1>::desc();
+        desc.onPluginRegisterFn = [](vorn::Framework*, vorn::PluginRegistryEntry* entry) {
+            entry->implDesc.name = s_row.name;
+            entry->interfaces = s_row.interfaceCount == 1 ? &s_row.interface : nullptr;
+            entry->interfaceCount = s_row.interfaceCount;
+        };
+        desc.getPluginDepsFn = [](vorn::InterfaceDesc** dependencies, size_t* count) {
+            static vorn::InterfaceDesc s_dependency = {nullptr, {0, 1}};
+            *dependencies = s_row.dependency ? nullptr : &s_dependency;
+            *count = s_row.dependencyCount;
+        };
+        EXPECT_FALSE(framework.registerPlugin("test", desc));
+        expectOneLine(takeLines(), {row.found});
+    }
+    s_row = {"", "test.x", {}, 0, 0, ""};
+    vorn::PluginRegistrationDesc bare = InlinePlugin<1>::desc();
+    bare.onPluginRegisterFn = [](vorn::Framework*, vorn::PluginRegistryEntry* entry) {
+        entry->implDesc.name = "test.bare"; // all other texts null
+        entry->implDesc.hotReload = vorn::PluginHotReload::eEnabled;
+    };
+    EXPECT_TRUE(framework.registerPlugin("test", bare));
+    framework.tryReloadPlugins(); // there is no file to load anew
+    EXPECT_STREQ(framework.getPluginDesc("test.bare").impl.author, "");
+    EXPECT_EQ(takeLines(), Lines{});
+}
+
+TEST_F(PluginLoading, NullArgumentsNameNothing) {
+    load("base");
+    TestInterface* base = acquire("test::Base");
+    EXPECT_EQ(framework.tryAcquireInterfaceWithClient(nullptr, {nullptr, {0, 1}}, nullptr),
+              nullptr);
+    EXPECT_EQ(acquire(nullptr), nullptr);
+    expectOneLine(takeLines(), {"(null)"});
+    framework.setDefaultPluginEx(nullptr, {nullptr, {0, 1}}, "test.base");
+    load("rival");
+    for (const char* unfit : {"test.absent", "vorn.logging.plugin"}) {
+        framework.setDefaultPluginEx("test", {"test::Base", {0, 1}}, unfit);
+        EXPECT_EQ(acquire("test::Base"), base) << "a default that cannot serve is passed over";
+    }
+    EXPECT_EQ(acquire("test::Base", {0, 9}), nullptr);
+    expectOneLine(takeLines(), {"test.base", "0.2 of plugin", "test.rival"});
+    EXPECT_EQ(framework.getPluginDesc(nullptr).impl.name, nullptr);
+    EXPECT_EQ(framework.verifyInterfaceEx({nullptr, {0, 1}}, base), nullptr);
+    EXPECT_EQ(framework.verifyInterfaceEx({"test::Base", {0, 1}}, &base), nullptr);
+    EXPECT_EQ(
+        framework.tryAcquireInterfaceFromInterfaceWithClient("test", {"test::Top", {0, 1}}, base),
+        nullptr);
+    for (const char* client : {"nobody", "test", "test", "test", "test"}) {
+        framework.releaseInterfaceWithClient(client, base);
+        framework.releaseInterfaceWithClient(client, &base);
+    }
+    vorn::PluginLoadingDesc desc = {nullptr, 1, false, nullptr, 1, nullptr, 1};
+    framework.loadPluginsEx(desc);
+    const char* none[] = {nullptr};
+    desc = {none, 1, false, none, 1, none, 1};
+    framework.loadPluginsEx(desc);
+    expectOneLine(takeLines(), {"(null)"});
+    const char* directory = VORN_HOST_TEST_PLUGIN_DIR;
+    framework.loadPluginsEx({&directory, 1, false, none, 1, none, 1});
+    EXPECT_EQ(framework.getPluginCount(), 4u);
 }
 
 TEST_F(PluginLoading, BuiltInPluginsComeBackAfterUnloadingAll) {
@@ -176,6 +270,26 @@ TEST_F(PluginLeaving, UnregisterStopsAndUnloadsUnlessAStartedPluginDependsOnIt) 
 
     loadAll({"libbase*", "libmiddle*"});
     EXPECT_TRUE(acquire("test::Middle")->isStarted()) << "a plugin may come back";
+}
+
+TEST_F(PluginLeaving, WhatIsBusyStaysAndWhatIsUnloadingIsNotStarted) {
+    registerInline<1>();
+    registerInline<2>();
+    registerInline<3>();
+    bool isGone = true, isOtherGone = false, isLastGone = false;
+    void* late = &isGone;
+    InlinePlugin<1>::onStartup = [&] {
+        isGone = framework.unregisterPlugin("test.inline1");
+        isOtherGone = framework.unregisterPlugin("test.inline3");
+    };
+    InlinePlugin<1>::onShutdown = [&] {
+        late = tryAcquire("test::Inline2");
+        isLastGone = framework.unregisterPlugin("test.inline2");
+    };
+    EXPECT_NE(acquire("test::Inline1"), nullptr);
+    framework.unloadAllPlugins();
+    EXPECT_TRUE(!isGone && isOtherGone && isLastGone);
+    EXPECT_EQ(late, nullptr);
 }
 
 class PluginReload : public PluginDirectories {
@@ -215,10 +329,46 @@ TEST_F(PluginReload, ReplacesAChangedLibraryOnceNobodyHoldsIt) {
     EXPECT_EQ(copyCount(), 0u);
 }
 
+TEST_F(PluginReload, OnlyWhatIsAnotherFileIsLoadedAnew) {
+    EXPECT_EQ(acquiredEdition(), 1);
+    const fs::path file = root / "libedition.plugin.so";
+    fs::last_write_time(file, time + std::chrono::hours(1)); // the same bytes again
+    framework.tryReloadPlugins();
+    EXPECT_EQ(acquiredEdition(), 1);
+    put("edition2", "new");
+    fs::rename(root / "new", file);
+    framework.tryReloadPlugins();
+    EXPECT_EQ(acquiredEdition(), 2);
+    fs::remove(file);
+    framework.tryReloadPlugins();
+    EXPECT_EQ(acquiredEdition(), 2);
+    EXPECT_EQ(takeLines(), Lines{});
+}
+
+TEST_F(PluginReload, WithoutRoomForACopyItIsRefused) {
+    framework.unloadAllPlugins();
+    for (const std::string& path : {(root / "libedition.plugin.so").string(), "/proc"s}) {
+        framework.setReloadableTempPath(path.c_str());
+        EXPECT_THROW(host.loadPlugin(root / "libedition.plugin.so"), HostError);
+    }
+    EXPECT_THROW(host.loadPlugin("/nowhere/at/all.so"), HostError);
+    Dl_info cLibrary;
+    ASSERT_NE(dladdr(dlsym(RTLD_DEFAULT, "fopen"), &cLibrary), 0);
+    try {
+        host.loadPlugin(cLibrary.dli_fname);
+        ADD_FAILURE() << "was accepted";
+    } catch (const HostError& error) {
+        expectOneLine({error.what()}, {"vornOnPluginRegister, vornGetFrameworkVersion"});
+    }
+}
+
 TEST_F(PluginReload, AnUnregisteredClientHoldsNothingAnyMore) {
     registerInline<1>();
     acquire("test::Edition", {0, 1}, nullptr, "test.inline1");
+    acquire("test::Inline1");
     put("edition2", "libedition.plugin.so");
+    framework.tryReloadPlugins();
+    EXPECT_EQ(acquiredEdition(), 1) << "a started plugin relies on it";
     ASSERT_TRUE(framework.unregisterPlugin("test.inline1"));
     framework.tryReloadPlugins();
     EXPECT_EQ(acquiredEdition(), 2);

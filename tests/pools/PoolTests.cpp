@@ -1,4 +1,5 @@
 // The free-list pool and the size-class allocator built from it.
+#include "plugins/vorn.settings/ArrayIndex.h"
 #include "vorn/PluginUtils.h"
 #include "vorn/extras/MultiFreeListAllocator.h"
 
@@ -92,6 +93,7 @@ TEST_F(Pools, HandOutWhatWasGivenBackLastInFirstOutBeforeFreshMemory) {
     const Elements elements = take(pool, 3);
     pool.deallocate(elements[0]);
     pool.deallocate(elements[1]);
+    pool.deallocate(nullptr);
     EXPECT_EQ(take(pool, 3), (Elements{elements[1], elements[0], elements[2] + 16}));
     g_heap.failing = true; // a failed request changes nothing and is tried again
     EXPECT_EQ(take(pool, 2), Elements(2, nullptr));
@@ -127,6 +129,7 @@ TEST_F(Pools, TheFirstClassThatFitsServesARequestAndTakesItBack) {
         EXPECT_TRUE(memory[-1] == size + 8 && memory[-2] == 8u) << size;
         multi.deallocate(memory);
     }
+    multi.deallocate(nullptr);
     multi.shutdown();
     EXPECT_TRUE(g_heap.live.empty());
 }
@@ -164,6 +167,25 @@ TEST_F(Pools, LiveChunksAreAlignedAndKeepTheirContents) {
         contents.copy(memory, contents.size());
         ASSERT_TRUE(live.emplace(memory, contents).second);
     }
+}
+
+// Beside the pools, the one other room that needs nothing else.
+TEST(ArrayIndex, NamesOfIndicesAndWhatIsNone) {
+    const std::optional<size_t> kNone;
+    const std::pair<const char*, std::optional<size_t>> rows[] = {
+        {"7", 7},      {"007", 7},     {"0x1f", 31},  {"+3", 3},     {" 3", 3},
+        {"", 0},       {"0x0b", 11},   {"3 ", kNone}, {"-1", kNone}, {"08", kNone},
+        {"0x", kNone}, {"1.0", kNone}, {"0b1", kNone}};
+    for (const auto& [name, index] : rows) {
+        bool isValid = !index;
+        EXPECT_EQ(settings::getValidIndex(name, &isValid), index.value_or(0));
+        EXPECT_EQ(isValid, index.has_value()) << name;
+    }
+    settings::IndexCoverage coverage;
+    for (const size_t index : {2, 2, 1, 0, 0}) {
+        coverage.add(index);
+    }
+    EXPECT_EQ(coverage.getLength(), 3u);
 }
 
 } // namespace

@@ -139,6 +139,28 @@ TEST_F(ArrayNames, DecideThePlacesAndTheLength) {
     EXPECT_EQ(settings->getArrayLength("") + settings->getArrayLength("/"), 2u) << "the root";
 }
 
+// As when another thread makes the array shorter.
+TEST_F(ArrayNames, ChildrenThatAreGoneByTheirTurnEndTheWalk) {
+    settings->setInt64("/list/0", 1);
+    g_recorder.missingChildren = 1;
+    int64_t values[] = {9, 9};
+    EXPECT_EQ(settings->getArrayLength("/list"), 0u);
+    settings->getAsInt64Array("/list", values, 2);
+    EXPECT_TRUE(values[0] == 1 && values[1] == 9);
+    onNodes({"/list", "/list/0"});
+    settings->setInt64Array("/list", values, 1);
+    EXPECT_EQ(takeEvents(), "N /list, N /list/0");
+    g_recorder.missingChildren = 0;
+}
+
+TEST_F(ArrayNames, AnEmptyOneLeavesNoTraceInThePathOfItsEvents) {
+    settings->setDictionary("/a");
+    g_recorder.addChild(const_cast<Item*>(at("/a")), "", 1);
+    onNodes({"/a", "/a/"});
+    settings->destroyItem("/a");
+    EXPECT_EQ(takeEvents(), "N -/a, N -/a/");
+}
+
 TEST_F(ArrayNames, WhatDoesNotFitTheBufferIsLeftOutWithOneWarning) {
     EXPECT_EQ(readArrayOf("3,0,2,1,x", 2), "0=11 1=13 ...");
     EXPECT_EQ(readArrayOf("0,1", 0), " ...");

@@ -127,29 +127,5 @@ TEST_F(Lifecycle, WithoutDictionaryOrRootTheStoreStaysStopped) {
     EXPECT_EQ(dump(), "{a: 1}");
 }
 
-TEST_F(Lifecycle, ThousandLoadsWithAndWithoutLoggingLeaveNothingBehind) {
-    plugin.unload();
-    size_t settled = 0;
-    for (int cycle = 0; cycle < 1000; ++cycle) {
-        g_host.hasLogging = cycle % 2;
-        load();
-        startup();
-        onNode(kLongPath, "N");
-        onTree("/a", "T");
-        settings->setInt64(kLongPath.c_str(), cycle);
-        settings->destroyStringBuffer(settings->createStringBufferFromItemValue(kLongPath.c_str()));
-        ASSERT_EQ(settings->getAsInt64(kLongPath.c_str()) + settings->getAsInt64(nullptr), cycle);
-        ASSERT_GT(countMappings(kSettingsPlugin), 0u);
-        shutdown();
-        takeCalls();
-        unload();
-        ASSERT_EQ(takeCalls(), g_host.hasLogging ? "unregisterSource(vorn.settings.plugin)" : "");
-        ASSERT_EQ(takeLog().empty(), !g_host.hasLogging);
-        ASSERT_EQ(countMappings(kSettingsPlugin), 0u);
-        settled = cycle == 10 ? countMappings("") : settled;
-    }
-    EXPECT_LE(countMappings(""), settled + 100);
-}
-
 } // namespace
 } // namespace foreign

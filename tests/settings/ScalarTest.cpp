@@ -1,9 +1,5 @@
 // Values of the four types by path and by index, and string buffers.
 #include "support/Store.h"
-
-#include <atomic>
-#include <thread>
-
 namespace foreign {
 namespace {
 
@@ -35,7 +31,6 @@ const ScalarCase kScalarCases[] = { // in the order of the item types
 
 VORN_OVER_BOTH_SERVICES(Scalars);
 class Failing : public RecordedStore {};
-class Threads : public Store {};
 
 TEST_P(Scalars, EveryWriteDecidesValueAndTypeAndIsTold) {
     onNodes({"/a/v", "/a/2"});
@@ -124,30 +119,6 @@ TEST_F(Failing, CreationStoresAndTellsNothing) {
     settings->commitTransaction(transaction);
     settings->destroyTransaction(transaction);
     EXPECT_EQ(dump() + takeEvents(), "{}"); // a null item stops the recording dictionary
-}
-
-TEST_F(Threads, MayWriteAndHandOutBuffersAtOnce) {
-    load(true);
-    startup();
-    std::atomic<int> count{0};
-    const auto hear = [](const Item*, const Item*, ChangeEvent, void* userData) {
-        ++*static_cast<std::atomic<int>*>(userData);
-    };
-    settings->subscribeToTreeChangeEvents("/a", hear, &count);
-    const auto work = [&](int number) {
-        const std::string name = "/a/name/longer/than/an/inline/buffer/" + std::to_string(number);
-        for (int64_t i = 0; i < 1000; ++i) {
-            settings->setInt64(name.c_str(), i);
-            const char* buffer = settings->createStringBufferFromItemValue(name.c_str());
-            EXPECT_EQ(buffer, std::to_string(i));
-            settings->destroyStringBuffer(buffer);
-        }
-    };
-    std::thread threads[] = {std::thread(work, 0), std::thread(work, 1), std::thread(work, 2)};
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(count, 3000);
 }
 
 } // namespace

@@ -127,6 +127,21 @@ TEST_P(Merges, ElementsThatAnArrayWasWrittenOverKeepTheirTurn) {
     EXPECT_EQ(takeEvents(), "A /m/a, N /m/list/0, N /m/list/1, N /m/list/0, N /m/list/1");
 }
 
+TEST_P(Merges, ArraysWrittenElsewhereTakeNoTurnAway) {
+    const int64_t numbers[] = {1, 2};
+    settings->setInt64Array("/other", numbers, 2);
+    settings->setInt64("/value", 1);
+    settings->setInt64("/m/a", 1);
+    settings->setInt64("/m/b", 1);
+    onNode("/m/a", "A", [&] {
+        settings->setInt64Array("/other", numbers, 1);
+        settings->setInt64Array("/value", numbers, 2);
+    });
+    onNode("/m/b", "B");
+    merge("/m", {{"a", 2}, {"b", 3}});
+    EXPECT_EQ(takeEvents(), "A /m/a, B /m/b");
+}
+
 TEST_P(Merges, CreatedNodeThatIsGoneByItsTurnIsToldAsNull) {
     settings->setDictionary("/m");
     onNode("/m/a", "A", [&] { settings->destroyItem("/m/b"); });

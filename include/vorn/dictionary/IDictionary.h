@@ -17,6 +17,8 @@
 //    count elements.
 //  - Strings passed in are copied. Strings handed out by getStringBuffer and getItemName are the
 //    item's own: the value until the item is written or destroyed, the name until it is destroyed.
+//  - When memory is exhausted, createItem and the slots that make a string answer null; all others
+//    throw std::bad_alloc and leave the trees as they were.
 //  - Nothing is logged.
 //
 // Threads:
@@ -27,6 +29,10 @@
 //  - [removes]   any thread, once the caller knows that nobody uses what goes away; a lookup of its
 //                path that is under way is a use. Whatever makes a dictionary a value or a shorter
 //                array removes its children: setters, createItem with another type, update.
+//
+// A value is read and written whole: a type and the value of one write, never of two. What changes
+// many items, a whole array or a merge, is seen item by item. Merges, whole-array writes, creations
+// and removals wait for each other for a step at a time; no lock is held while a callback runs.
 #pragma once
 
 #include "../Defines.h"
@@ -206,8 +212,8 @@ struct IDictionary {
     // without asking. eKeep on a dictionary skips what is below it. Items that exist are
     // overwritten in place. A missing source changes nothing; a missing destination is created
     // with the first accepted item. Source and destination may lie in one tree. A null callback
-    // accepts everything; a callback must not remove items of either side. When memory runs out,
-    // the merge ends there. [writes, creates; reads of the source]
+    // accepts everything; a callback must not remove items of either side. [writes, creates;
+    // reads of the source; removes what lies below a dictionary that becomes a value]
     void (*update)(Item* dst,
                    const char* dstPath,
                    const Item* src,

@@ -18,6 +18,10 @@
 //    thread, with no lock held. Callbacks may call the table, with two exceptions: they must not
 //    destroy or replace the node they are told about or a node around it, and while a subtree is
 //    being told as destroyed they must not add or remove nodes in it.
+//  - When memory is exhausted, subscriptions and transactions are null and all else throws
+//    std::bad_alloc. The tree is then as it was before the call, or as after it, without events;
+//    but nodes on the way to one that was to be created may stay, without children, and a value
+//    with a name of more than 15 bytes that setDictionary was to replace may be gone.
 //  - Slots may be called from start-up to shut-down of the plugin. Outside, they do nothing,
 //    return neutral results and log one error.
 //
@@ -25,6 +29,9 @@
 //
 //  - [reads]       any thread; as concurrent as the dictionary service allows.
 //  - [writes]      any thread, as above; runs subscribers on the calling thread.
+//                  With the dictionary plugin, reads and writes of any kind run beside each other,
+//                  but nobody may use a node while it goes away: destroyItem, setDictionary over a
+//                  value, initialisations, merges, arrays and values written over a dictionary.
 //  - [subscribes]  never at the same time as another [subscribes] or a [writes] of another thread.
 //  - [transacts]   never at the same time on one transaction; creating and destroying
 //                  transactions never at the same time as each other.

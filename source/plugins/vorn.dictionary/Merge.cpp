@@ -43,12 +43,14 @@ public:
         }
         const StringReader reader(m_tree.strings());
         value = m_item->read(); // again, now that a text stays readable
-        const bool isText = value.type() >= ItemType::eString;
-        *type = isText ? ItemType::eString : value.type();
-        *payload = value.payload;
-        const bool isEmpty = value.type() != ItemType::eString;
-        return !isText ||
-               m_tree.strings().create(isEmpty ? "" : StringBlock::textOf(value.payload), payload);
+        if (value.type() < ItemType::eString) {
+            *type = value.type();
+            *payload = value.payload;
+            return true;
+        }
+        *type = ItemType::eString;
+        const bool isText = value.type() == ItemType::eString;
+        return m_tree.strings().create(isText ? StringBlock::textOf(value.payload) : "", payload);
     }
 
     // Goes on to the next item: the first child, when there is one and isEntered says so.
@@ -86,14 +88,13 @@ private:
 class PlannedSource {
 public:
     PlannedSource(const Tree& tree, Item* top) : m_tree(tree) {
-        for (LiveSource source(tree, top); !source.isAtEnd(); source.step(true)) {
-            m_items.push_back({source.item(), 0, source.type(), source.depth()});
-            Entry& entry = m_items.back();
-            if (entry.type != ItemType::eDictionary &&
-                !source.copyValue(&entry.type, &entry.payload)) {
-                _discardAll();
-                throw std::bad_alloc();
+        try {
+            for (LiveSource source(tree, top); !source.isAtEnd(); source.step(true)) {
+                _add(source);
             }
+        } catch (const std::bad_alloc&) {
+            _discardAll();
+            throw;
         }
     }
     ~PlannedSource() {
@@ -137,6 +138,13 @@ private:
         size_t depth;
     };
 
+    void _add(const LiveSource& source) {
+        m_items.push_back({source.item(), 0, source.type(), source.depth()});
+        Entry& entry = m_items.back();
+        if (entry.type != ItemType::eDictionary && !source.copyValue(&entry.type, &entry.payload)) {
+            throw std::bad_alloc();
+        }
+    }
     void _discardAll() {
         for (const Entry& entry : m_items) {
             if (entry.type == ItemType::eString) {

@@ -91,34 +91,41 @@ void MergeReport::_record(const Item* dstItem, const Item* srcItem) {
     }
     try {
         m_data.updatedItems.push_back({dstItem, srcItem});
-        if (isAnyoneSubscribed()) {
-            _composePaths();
+    } catch (...) {
+        m_failure = std::current_exception();
+    }
+    if (isAnyoneSubscribed()) {
+        _composePaths();
+    }
+}
+
+// Of the nodes that a merge creates, while they still are where they were met. A failure waits for
+// send, as in _record.
+void MergeReport::_composePaths() {
+    try {
+        while (m_data.updatedItemPaths.size() < m_data.updatedItems.size()) {
+            const UpdatedItem& next = m_data.updatedItems[m_data.updatedItemPaths.size()];
+            MflString path;
+            if (!next.item) {
+                getFullPath(&path, next.source, m_data.srcRoot);
+            }
+            m_data.updatedItemPaths.push_back(std::move(path));
         }
     } catch (...) {
         m_failure = std::current_exception();
     }
 }
 
-// Of the nodes that a merge creates, while they still are where they were met.
-void MergeReport::_composePaths() {
-    while (m_data.updatedItemPaths.size() < m_data.updatedItems.size()) {
-        const UpdatedItem& next = m_data.updatedItems[m_data.updatedItemPaths.size()];
-        MflString path;
-        if (!next.item) {
-            getFullPath(&path, next.source, m_data.srcRoot);
-        }
-        m_data.updatedItemPaths.push_back(std::move(path));
-    }
-}
-
 void MergeReport::send() {
+    if (isAnyoneSubscribed()) {
+        _composePaths();
+    }
     if (m_failure) {
         std::rethrow_exception(m_failure);
     }
     if (!isAnyoneSubscribed()) {
         return;
     }
-    _composePaths();
     MflString eventPath = m_destinationPrefix;
     const size_t prefixLength = eventPath.size();
     while (m_sentCount < m_data.updatedItems.size()) {

@@ -232,7 +232,9 @@ const IDictionary RecordingDictionary::kTable = [] {
     IDictionary table = makeRefusingTable(std::make_index_sequence<52>());
     table.getItem = lookUp<"getItem">;
     table.getItemMutable = lookUp<"getItemMutable">;
-    table.getItemChildCount = get<"getItemChildCount", [](auto& n) { return n.children.size(); }>;
+    table.getItemChildCount = get<"getItemChildCount", [](auto& n) {
+        return n.children.size() + g_recorder.missingChildren;
+    }>;
     table.getItemChildByIndex = [](const Item* item, size_t index) -> const Item* {
         note("getItemChildByIndex", item, index);
         auto& children = toNode(item)->children;

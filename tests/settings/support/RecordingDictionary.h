@@ -15,6 +15,7 @@ struct RecordingDictionary {
     std::unordered_set<const void*> items, buffers; // alive
     Item* lastRoot = nullptr;                       // the last item made without a parent
     bool isCreateFailing = false;                   // createItem answers null
+    size_t missingChildren = 0;                     // how many more are counted than there are
 
     // A child with a name that no path can reach.
     void addChild(Item* parent, const char* name, int64_t value);

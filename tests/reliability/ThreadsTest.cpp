@@ -1,0 +1,75 @@
+// The settings table on many threads, as its thread tags allow: writers, readers, merges, whole
+// arrays and copies, with subscribers that hear everything. Meant for the thread sanitizer too.
+// VORN_SOAK_SECONDS sets how long.
+#include "World.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace reliability {
+namespace {
+
+constexpr size_t kWriters = 3;
+constexpr const char* kElementPath = "/a/path/that/needs/a/pooled/string/of/the/larger/size/";
+
+void count(const Item*, const Item*, ChangeEventType, void* counter) {
+    ++*static_cast<std::atomic<size_t>*>(counter);
+}
+
+TEST(Threads, EveryWriteIsStoredAndToldOnce) {
+    World w(true, false);
+    w.registerPlugins();
+    w.startUp();
+    w.fill();
+    const ISettings* s = w.s;
+    std::atomic<size_t> heard{0};
+    std::atomic<bool> isOver{false};
+    s->subscribeToTreeChangeEvents("/a/path", &count, &heard);
+    std::array<size_t, kWriters> written{};
+    const auto write = [&](size_t writer) {
+        const std::string own = kElementPath + std::to_string(writer);
+        for (size_t n = 0; !isOver; ++n, ++written[writer]) {
+            s->setInt64At(own.c_str(), n % 100, static_cast<int64_t>(n)); // path in a pooled string
+            EXPECT_EQ(s->getAsInt64At(own.c_str(), n % 100), static_cast<int64_t>(n));
+            s->setStringAt("/a/path", n % 5, own.c_str()); // beside all other writers
+            const char* text = s->createStringBufferFromItemValueAt("/a/path", n % 5);
+            EXPECT_EQ(std::string(text).rfind(kElementPath, 0), 0u);
+            s->destroyStringBuffer(text);
+        }
+    };
+    const auto merge = [&] {
+        const int64_t numbers[] = {1, 2, 3, 4, 5, 6, 7, 8};
+        for (size_t n = 0; !isOver; ++n) {
+            s->update("/merged", w.source, nullptr, nullptr, nullptr);
+            s->setInt64Array("/numbers", numbers, n % 8);
+            EXPECT_EQ(s->getArrayLength("/numbers"), n % 8);
+            Item* copy = s->createDictionaryFromSettings("/merged");
+            EXPECT_EQ(w.show(copy), w.show(w.source));
+            w.d->destroyItem(copy);
+            s->destroyItem(n % 2 ? "/merged" : "/numbers");
+        }
+    };
+    std::vector<std::thread> threads;
+    threads.emplace_back(merge);
+    for (size_t writer = 0; writer < kWriters; ++writer) {
+        threads.emplace_back(write, writer);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000 * countFor("VORN_SOAK_SECONDS", 1)));
+    isOver = true;
+    size_t expected = 0;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const size_t writes : written) {
+        EXPECT_GT(writes, 0u);
+        expected += 2 * writes;
+    }
+    EXPECT_EQ(heard, expected);
+}
+
+} // namespace
+} // namespace reliability
