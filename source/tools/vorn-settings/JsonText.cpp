@@ -204,7 +204,10 @@ bool JsonText::remove(const SettingsPath& path) {
     for (Node* container : containers) {
         container->isChanged = true;
     }
-    _remove(*containers.back(), member);
+    while (member) { // an object may have a name more than once
+        _remove(*containers.back(), member);
+        member = _find(*containers.back(), path.names().back());
+    }
     return true;
 }
 

@@ -28,8 +28,8 @@ public:
     // object of its elements by index. Of members of one name the last is meant.
     void set(const SettingsPath& path, const nlohmann::ordered_json& value);
 
-    // Takes out what is at path; false when there is nothing. An array that loses an element
-    // before its last becomes an object, so that the others keep their paths.
+    // Takes out what is at path, all members of one name; false when there is nothing. An array
+    // that loses an element before its last becomes an object, so that the others keep their paths.
     bool remove(const SettingsPath& path);
 
     // The text with the edits.

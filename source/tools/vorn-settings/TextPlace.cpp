@@ -132,13 +132,13 @@ std::string excerptAt(std::string_view text, size_t offset) {
     size_t end = std::min(text.find('\n', offset), text.size());
     if (offset - begin > kExcerptReach) {
         begin = offset - kExcerptReach;
-        while (isContinuation(text[begin])) {
+        while (begin < offset && isContinuation(text[begin])) {
             ++begin;
         }
     }
     if (end - offset > kExcerptReach) {
         end = offset + kExcerptReach;
-        while (isContinuation(text[end])) {
+        while (end > offset && isContinuation(text[end])) {
             --end;
         }
     }
