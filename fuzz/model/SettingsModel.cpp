@@ -337,8 +337,9 @@ void writeArray(const char* path, const T* array, size_t length) {
     dispatch(node, kChanged);
     const size_t count = node->children.size();
     for (size_t index = 0; index < count; ++index) {
-        // Callbacks may remove elements.
-        dispatch(index < node->children.size() ? node->children[index].get() : nullptr, kChanged);
+        if (index < node->children.size()) { // callbacks may remove elements
+            dispatch(node->children[index].get(), kChanged);
+        }
     }
 }
 

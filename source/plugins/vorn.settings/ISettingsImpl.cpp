@@ -505,9 +505,10 @@ void triggerArrayChangeCallbacks(const Item* arrayItem) {
     }
     const size_t childCount = g_idictionary->getItemChildCount(arrayItem);
     for (size_t chIdx = 0; chIdx < childCount; ++chIdx) {
-        // Null where a callback has removed elements.
-        const Item* child = g_idictionary->getItemChildByIndex(arrayItem, chIdx);
-        triggerAllChangeCallbacks(child, ChangeEventType::eChanged);
+        // A callback may have removed elements.
+        if (const Item* child = g_idictionary->getItemChildByIndex(arrayItem, chIdx)) {
+            triggerAllChangeCallbacks(child, ChangeEventType::eChanged);
+        }
     }
 }
 
