@@ -20,8 +20,8 @@
 //    being told as destroyed they must not add or remove nodes in it.
 //  - When memory is exhausted, subscriptions and transactions are null and all else throws
 //    std::bad_alloc. The tree is then as it was before the call, or as after it, without events;
-//    but nodes on the way to one that was to be created may stay, without children, and a value
-//    with a name of more than 15 bytes that setDictionary was to replace may be gone.
+//    but nodes on the way to one that was to be created may stay, as dictionaries, and with another
+//    dictionary service a value that setDictionary was to replace may be gone.
 //  - Slots may be called from start-up to shut-down of the plugin. Outside, they do nothing,
 //    return neutral results and log one error.
 //
