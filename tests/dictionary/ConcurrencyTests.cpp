@@ -9,8 +9,7 @@
 #include <thread>
 #include <vector>
 
-namespace vorn::dictionary {
-namespace {
+using namespace vorn::dictionary;
 
 constexpr size_t kItems = 16;
 
@@ -55,8 +54,7 @@ TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
             const Item* item = at("w/" + name);
             EXPECT_EQ(item, items[n % kItems]);
             EXPECT_PRED1(isWhole, text(item));
-            const double number = d->getAsFloat64(item);
-            const double rest = std::fmod(number, 2);
+            const double number = d->getAsFloat64(item), rest = std::fmod(number, 2);
             EXPECT_TRUE(number < 1e12 && (rest == 0 || rest == 1.5)) << number;
             const size_t count = d->getItemChildCount(grown);
             EXPECT_GE(count, seen.size());
@@ -81,10 +79,9 @@ TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
     };
     const auto create = [&](size_t creator) {
         for (size_t n = 0; n < 30000 && goesOn(end); ++n) {
-            const std::string number = std::to_string(n);
-            const std::string own = "grown/" + number + "_" + std::to_string(creator);
+            const std::string number = "grown/" + std::to_string(n), both = number + "/both";
+            const std::string own = number + "_" + std::to_string(creator);
             d->makeInt64AtPath(root, own.c_str(), static_cast<int64_t>(n));
-            const std::string both = "grown/" + number + "/both";
             created[creator].push_back(d->createItem(root, both.c_str(), kInt));
         }
     };
@@ -125,9 +122,9 @@ TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
         EXPECT_GT(created[creator].size(), 100u);
         expected += created[creator].size();
         for (size_t n = 0; n < created[creator].size(); ++n) {
-            const std::string number = std::to_string(n);
-            ASSERT_EQ(at("grown/" + number + "/both"), created[creator][n]);
-            ASSERT_EQ(text(at("grown/" + number + "_" + std::to_string(creator))), number);
+            const std::string number = std::to_string(n), path = "grown/" + number;
+            ASSERT_EQ(at(path + "/both"), created[creator][n]);
+            ASSERT_EQ(text(at(path + "_" + std::to_string(creator))), number);
         }
     }
     EXPECT_EQ(d->getItemChildCount(grown), expected);
@@ -155,6 +152,3 @@ TEST_F(Threads, ADictionaryThatGrowsIsNeverSeenToShrink) {
     }
     creator.join();
 }
-
-} // namespace
-} // namespace vorn::dictionary

@@ -9,8 +9,7 @@
 // Only in programs built with a sanitizer, whose allocator keeps freed pages for a while.
 extern "C" __attribute__((weak)) size_t __sanitizer_get_current_allocated_bytes();
 
-namespace vorn::dictionary {
-namespace {
+using namespace vorn::dictionary;
 
 using Items = DictionaryTest;
 
@@ -75,19 +74,14 @@ TEST_F(Items, AWideDictionaryKeepsItsOrderWhileItemsLeaveFromTheMiddle) {
 }
 
 TEST_F(Items, ComingAndGoingLosesNobody) {
-    constexpr size_t kAlive = 600;
-    const auto nameOf = [](size_t i) { return std::to_string(i); };
-    for (size_t i = 0; i < 30000; ++i) {
-        d->makeInt64AtPath(root, nameOf(i).c_str(), static_cast<int64_t>(i));
-        if (i >= kAlive) {
-            d->destroyItem(d->getItemMutable(root, nameOf(i - kAlive).c_str()));
+    constexpr int kAlive = 600;
+    for (int i = 0; i < 30000; ++i) {
+        d->makeIntAtPath(root, std::to_string(i).c_str(), i);
+        d->destroyItem(d->getItemMutable(root, std::to_string(i - kAlive).c_str()));
+        for (int alive = i - kAlive + 1; i % 1000 == 999 && alive <= i; ++alive) {
+            ASSERT_EQ(d->getAsInt64(at(std::to_string(alive))), alive);
         }
-        if (i % 1000 == 999) {
-            for (size_t alive = i - kAlive + 1; alive <= i; ++alive) {
-                ASSERT_EQ(d->getAsInt64(at(nameOf(alive))), static_cast<int64_t>(alive));
-            }
-            ASSERT_EQ(at(nameOf(i - kAlive)), nullptr);
-        }
+        ASSERT_EQ(at(std::to_string(i - kAlive)), nullptr);
     }
 }
 
@@ -125,7 +119,7 @@ TEST_F(Items, ANullItemReadsAsNothingAndCannotBeChanged) {
     EXPECT_EQ(outline(root), "{}");
 }
 
-size_t bytesInUse() {
+static size_t bytesInUse() {
     size_t total = 0, resident = 0;
     std::ifstream("/proc/self/statm") >> total >> resident;
     const auto allocated = &__sanitizer_get_current_allocated_bytes;
@@ -146,6 +140,3 @@ TEST_F(Items, ShutdownReleasesEverythingAndAStartBeginsAfresh) {
     }
     EXPECT_LT(bytesInUse(), inUse + (4 << 20)); // after ten more cycles of 5 MB each
 }
-
-} // namespace
-} // namespace vorn::dictionary

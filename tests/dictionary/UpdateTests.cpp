@@ -1,8 +1,7 @@
 // Merging: which questions are asked in which order, and what the answers do.
 #include "DictionaryFixture.h"
 
-namespace vorn::dictionary {
-namespace {
+using namespace vorn::dictionary;
 
 // The questions as "name:destination<source", types by initial letter, "-" for none.
 struct Questions {
@@ -22,10 +21,9 @@ struct Questions {
 };
 
 TEST_F(DictionaryTest, AMergeAsksInSourceOrderAndWithinOneTreeTakesTheSourceAsItWas) {
-    struct Row {
+    const struct {
         const char *dstPath, *srcPath, *questions, *result;
-    };
-    constexpr Row kRows[] = {
+    } rows[] = {
         {"a", "a/b", "x:i<i keep:-<i ", "{a:{x:2 b:{x:2 keep:3}}}"},
         {"a/b", "a", "x:i<i b:-<d x:-<i keep:-<i ", "{a:{x:1 b:{x:1 keep:3 b:{x:2}}}}"},
         {"a/x", "a", "a:i<d x:-<i b:-<d x:-<i keep:-<i ", "{a:{x:{x:1 b:{x:2}} b:{x:2 keep:3}}}"},
@@ -34,7 +32,7 @@ TEST_F(DictionaryTest, AMergeAsksInSourceOrderAndWithinOneTreeTakesTheSourceAsIt
         {"n", "a/b/", "", "{a:{x:1 b:{x:2 keep:3}}}"},
         {"n//m", "a/b/x", "x:-<i ", "{a:{x:1 b:{x:2 keep:3}}}"}, // no item can be there
     };
-    for (const Row& row : kRows) {
+    for (const auto& row : rows) {
         d->deleteChildren(root);
         d->makeIntAtPath(root, "a/x", 1);
         d->makeIntAtPath(root, "a/b/x", 2);
@@ -47,6 +45,3 @@ TEST_F(DictionaryTest, AMergeAsksInSourceOrderAndWithinOneTreeTakesTheSourceAsIt
     d->update(root, "a", root, "a/b", kUpdateItemKeepOriginal, nullptr);
     EXPECT_EQ(outline(root), "{a:{x:1 b:{x:2 keep:3} keep:3}}");
 }
-
-} // namespace
-} // namespace vorn::dictionary

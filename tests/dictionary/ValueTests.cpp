@@ -3,14 +3,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <sstream>
 #include <tuple>
 
-namespace vorn::dictionary {
-namespace {
-
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
+using namespace vorn::dictionary;
 
 class Values : public DictionaryTest {
 protected:
@@ -22,26 +18,25 @@ protected:
 };
 
 TEST_F(Values, ConvertToEveryTypeTheyAreAccessibleAs) {
-    struct Row {
+    const struct {
         const char* text;
         ItemType type; // of the value with that text; none: a string that is no number
         int64_t asInt;
         double asFloat;
-    };
-    constexpr Row kRows[] = {
+    } rows[] = {
         {"2.9", kFloat, 2, 2.9},
         {"-0.25", kFloat, 0, -0.25},
         {"9223372036854775808", kFloat, INT64_MAX, 9223372036854775808.0},
-        {"-inf", kFloat, INT64_MIN, -kInfinity},
+        {"-inf", kFloat, INT64_MIN, -INFINITY},
         {"9223372036854775807", kString, INT64_MAX, 9223372036854775807.0},
-        {"1e999", kString, INT64_MAX, kInfinity},
-        {"-1e99999", kString, INT64_MIN, -kInfinity},
+        {"1e999", kString, INT64_MAX, INFINITY},
+        {"-1e99999", kString, INT64_MIN, -INFINITY},
         {"1e-99999", kString, 0, 0},
         {"0.001e-400", kString, 0, 0},
-        {"1e99999999999", kString, INT64_MAX, kInfinity},
-        {"-1e+999", kString, INT64_MIN, -kInfinity},
+        {"1e99999999999", kString, INT64_MAX, INFINITY},
+        {"-1e+999", kString, INT64_MIN, -INFINITY},
         {"1e-99999999999", kString, 0, 0},
-        {"Inf", kString, INT64_MAX, kInfinity},
+        {"Inf", kString, INT64_MAX, INFINITY},
         {"+5", kString, 5, 5},
         {"+-5", kNone, 0, 0},
         {"1e999x", kNone, 0, 0},
@@ -52,7 +47,7 @@ TEST_F(Values, ConvertToEveryTypeTheyAreAccessibleAs) {
         {"", kNone, 0, 0},
         {"12x", kNone, 0, 0},
     };
-    for (const Row& row : kRows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.text);
         row.type == kFloat ? d->setFloat64(item, std::strtod(row.text, nullptr))
                            : d->setString(item, row.text);
@@ -71,7 +66,7 @@ TEST_F(Values, ConvertToEveryTypeTheyAreAccessibleAs) {
 TEST_F(Values, TextIsTheShortestThatReadsBackAndTellsFloatsFromIntegers) {
     const auto textOf = [&](double value) { return d->setFloat64(item, value), text(item); };
     EXPECT_EQ(textOf(1.0) + textOf(0.1) + textOf(-0.0) + textOf(-12.5), "1.00.1-0.0-12.5");
-    EXPECT_EQ(textOf(kInfinity) + textOf(-kInfinity) + textOf(std::nan("")), "inf-infnan");
+    EXPECT_EQ(textOf(INFINITY) + textOf(-INFINITY) + textOf(std::nan("")), "inf-infnan");
     d->setFloat64(item, std::nan(""));
     EXPECT_EQ(d->getAsInt64(item), 0);
     EXPECT_EQ(textOf(0.1 + 0.2) + " " + textOf(5e-324), "0.30000000000000004 5e-324");
@@ -117,10 +112,10 @@ TEST_F(Values, AnArrayIsADictionaryOfTheNamesZeroToLengthMinusOne) {
     d->setBoolAt(item, 0, true);
     d->setFloat64At(item, 1, 2.5);
     EXPECT_EQ(d->getPreferredArrayType(item), kFloat);
-    d->setInt64At(item, 2, (int64_t{1} << 53) + 1); // no float has this value
-    EXPECT_EQ(d->getPreferredArrayType(item), kString);
-    d->setInt64At(item, 2, INT64_MAX);
-    EXPECT_EQ(d->getPreferredArrayType(item), kString);
+    for (const int64_t value : {(int64_t{1} << 53) + 1, INT64_MAX}) { // no float has them
+        d->setInt64At(item, 2, value);
+        EXPECT_EQ(d->getPreferredArrayType(item), kString);
+    }
     d->setStringAt(item, 0, "no number");
     EXPECT_FALSE(d->isAccessibleAsArrayOf(kInt, item));
     d->createItem(item, "1", kDict);
@@ -173,6 +168,3 @@ TEST_F(Values, LengthsThatNoArrayCanHaveChangeNothing) {
     }
     EXPECT_EQ(outline(root), "{item:0 array:{0:1 1:2}}");
 }
-
-} // namespace
-} // namespace vorn::dictionary

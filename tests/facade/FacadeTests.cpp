@@ -6,17 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cfloat>
 #include <cmath>
 #include <thread>
 
-namespace {
-
+using namespace vorn::dictionary;
 using namespace vorn::settings;
-using vorn::dictionary::IDictionary;
-using vorn::dictionary::Item;
-using vorn::dictionary::ItemType;
-using vorn::dictionary::UpdateAction;
-
 using Lines = std::vector<std::string>;
 
 template <class T>
@@ -45,17 +40,15 @@ protected:
     // Notes "label path path ...", destroyed ones with a "!".
     auto noteBatch(const char* label) {
         return [this, label](const ChangeBatch& changes) {
-            std::string line = label;
+            heard.push_back(label);
             for (const Change& change : changes) {
                 const bool isGone = change.type == ChangeEventType::eDestroyed;
-                line += ' ' + change.path + (isGone ? "!" : "");
+                heard.back() += ' ' + change.path + (isGone ? "!" : "");
             }
-            heard.push_back(line);
         };
     }
     DictionaryGuard makeSource() const {
-        DictionaryGuard source(dictionary,
-                               dictionary->createItem(nullptr, "source", ItemType::eDictionary));
+        DictionaryGuard source(dictionary, dictionary->makeDictionaryAtPath(nullptr, "source"));
         dictionary->makeIntAtPath(source.get(), "a/x", 1);
         dictionary->makeIntAtPath(source.get(), "a/y", 2);
         return source;
@@ -94,17 +87,15 @@ void expectConverts(const Settings& settings, From from, To to) {
 }
 
 TEST_F(Facade, NumbersThatDoNotFitSaturate) {
-    using Float = std::numeric_limits<float>;
     expectConverts<int64_t>(settings, UINT64_MAX, INT64_MAX);
     expectConverts<uint64_t>(settings, int64_t{-1}, 0);
     expectConverts<uint8_t>(settings, int64_t{-1}, 0);
     expectConverts<uint8_t>(settings, int64_t{1} << 40, 255);
     expectConverts<int32_t>(settings, int64_t{1} << 32, INT32_MAX);
     expectConverts<int32_t>(settings, -(int64_t{1} << 40), INT32_MIN);
-    expectConverts<float>(settings, 1e300, Float::max());
-    expectConverts<float>(settings, -1e300, Float::lowest());
-    expectConverts<double>(settings, std::numeric_limits<long double>::max(),
-                           std::numeric_limits<double>::max());
+    expectConverts<float>(settings, 1e300, FLT_MAX);
+    expectConverts<float>(settings, -1e300, -FLT_MAX);
+    expectConverts<double>(settings, std::numeric_limits<long double>::max(), DBL_MAX);
 }
 
 TEST_F(Facade, WhatIsMissingOrDoesNotConvertIsNothing) {
@@ -153,58 +144,49 @@ TEST_F(Facade, ANullPathIsRefusedEverywhere) {
 
 // -- what reaches the table
 
-struct Calls {
-    const ISettings* real;
-    int subscribed = 0;
-} g_calls;
-
-// A copy of the table that counts what was handed out and not given back.
-ISettings makeCountingTable(const ISettings* real) {
-    g_calls = {real};
-    ISettings counting = *real;
-    counting.subscribeToNodeChangeEvents = [](const char* path, OnNodeChangeEventFn fn,
-                                              void* data) {
-        ++g_calls.subscribed;
-        return g_calls.real->subscribeToNodeChangeEvents(path, fn, data);
-    };
-    counting.unsubscribeToChangeEvents = [](SubscriptionId* id) {
-        --g_calls.subscribed;
-        g_calls.real->unsubscribeToChangeEvents(id);
-    };
-    return counting;
-}
-
 // What guards of the other types leave behind, the sanitizers tell.
 TEST_F(Facade, GuardsGiveBackExactlyOnce) {
-    const ISettings counting = makeCountingTable(table);
+    static const ISettings* s_real;
+    static int s_subscribed; // what was handed out and not given back
+    s_real = table;
+    s_subscribed = 0;
+    ISettings counting = *table;
+    counting.subscribeToNodeChangeEvents = [](auto... arguments) {
+        ++s_subscribed;
+        return s_real->subscribeToNodeChangeEvents(arguments...);
+    };
+    counting.unsubscribeToChangeEvents = [](SubscriptionId* id) {
+        --s_subscribed;
+        s_real->unsubscribeToChangeEvents(id);
+    };
     const Settings counted(&counting);
     const auto passOn = [](auto make) {
         auto first = make(), second = make();
         second = std::move(first);
-        EXPECT_LE(g_calls.subscribed, 1) << "what the target held is given back";
+        EXPECT_LE(s_subscribed, 1) << "what the target held is given back";
         auto third = std::move(second);
         auto& self = third;
         third = std::move(self);
         EXPECT_TRUE(third);
         third.reset();
         third.reset();
-        EXPECT_EQ(g_calls.subscribed, 0) << "once, however often it is asked";
+        EXPECT_EQ(s_subscribed, 0) << "once, however often it is asked";
         first = make(); // given back at the end
     };
     counted.set("/a", 1);
     passOn([&] { return counted.text("/a"); });
     passOn([&] { return counted.transaction(); });
     passOn([&] { return counted.onNodeChange("/a", [](auto...) {}); });
-    EXPECT_EQ(g_calls.subscribed, 0);
+    EXPECT_EQ(s_subscribed, 0);
 }
 
 // -- subscriptions
 
 TEST_F(Facade, CallablesGetTheItemsOfTheEvent) {
-    const auto tree = settings.onTreeChange(
-        std::string_view("/a"), [&](const Item* subtree, const Item* changed, ChangeEventType) {
-            heard.push_back(settings.pathOf(subtree) + " " + settings.pathOf(changed));
-        });
+    const std::string_view path = "/a";
+    const auto tree = settings.onTreeChange(path, [&](auto* subtree, auto* changed, auto) {
+        heard.push_back(settings.pathOf(subtree) + " " + settings.pathOf(changed));
+    });
     settings.set("a/b", 1);
     settings.remove("a/b");
     EXPECT_EQ(takeHeard(), (Lines{"/a /a/b", "/a /a/b"}));
@@ -304,12 +286,11 @@ TEST_F(Facade, AMergeIsOneBatchPerSubscriber) {
 
 TEST_F(Facade, AMergeAsksItsPolicyPerNode) {
     settings.set("/a/x", 100);
-    settings.merge("/", makeSource().get(), [&](const Item* dst, ItemType, const Item*, ItemType) {
+    settings.merge("/", makeSource().get(), [](const Item* dst, auto...) {
         return dst ? UpdateAction::eKeep : UpdateAction::eOverwrite;
     });
     settings.merge("/b", settings.copy("/a").get());
-    EXPECT_EQ(settings.get<int>("/b/x"), 100);
-    EXPECT_EQ(settings.get<int>("/b/y"), 2);
+    EXPECT_TRUE(settings.get<int>("/b/x") == 100 && settings.get<int>("/b/y") == 2);
 }
 
 TEST_F(Facade, ATransactionShowsNothingBeforeItsCommit) {
@@ -360,5 +341,3 @@ TEST_F(Facade, ABatchCallableMayWriteAndEndSubscriptionsThatWait) {
     settings.merge("/", makeSource().get());
     EXPECT_EQ(heard, (Lines{"first /a /a/x /a/y", "first /a/y"}));
 }
-
-} // namespace

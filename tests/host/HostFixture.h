@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -21,19 +22,11 @@ inline std::string pluginFile(const std::string& name) {
 
 // Keeps every message as "source: text".
 struct RecordingLogger {
-    vorn::logging::Logger logger = {record};
+    vorn::logging::Logger logger = {[](auto* self, auto* source, auto, auto, auto, auto* message) {
+        Lines& lines = reinterpret_cast<RecordingLogger*>(self)->lines; // whose first member it is
+        lines.push_back(std::string(source) + ": " + message);
+    }};
     Lines lines;
-
-    static void record(vorn::logging::Logger* self,
-                       const char* source,
-                       int32_t,
-                       const char*,
-                       int,
-                       const char* message) {
-        // The logger is the first member.
-        reinterpret_cast<RecordingLogger*>(self)->lines.push_back(std::string(source) + ": " +
-                                                                  message);
-    }
 };
 
 // A plugin of the test program itself, "test.inline" and a number, with an interface of its own.
@@ -76,13 +69,8 @@ protected:
 
     // Loads what the wildcards match, the way that an application does it.
     void loadAll(const std::vector<const char*>& wildcards) {
-        const char* directory = VORN_HOST_TEST_PLUGIN_DIR;
-        vorn::PluginLoadingDesc desc = {};
-        desc.searchPaths = &directory;
-        desc.searchPathCount = 1;
-        desc.loadedFileWildcards = wildcards.data();
-        desc.loadedFileWildcardCount = wildcards.size();
-        framework.loadPluginsEx(desc);
+        const char* path = VORN_HOST_TEST_PLUGIN_DIR;
+        framework.loadPluginsEx({&path, 1, false, wildcards.data(), wildcards.size(), nullptr, 0});
     }
 
     TestInterface* acquire(const char* interface,
@@ -112,5 +100,25 @@ inline void expectOneLine(const Lines& lines, const std::vector<std::string>& pa
     ASSERT_EQ(lines.size(), 1u) << testing::PrintToString(lines);
     for (const std::string& part : parts) {
         EXPECT_NE(lines[0].find(part), std::string::npos) << part << "\nis not in\n" << lines[0];
+    }
+}
+
+// Expects that the act throws one that holds all the parts.
+inline void expectThrown(const std::function<void()>& act, const std::vector<std::string>& parts) {
+    try {
+        act();
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const vorn::host::HostError& error) {
+        expectOneLine({error.what()}, parts);
+    }
+}
+
+inline void runOnThreads(int count, const std::function<void(int)>& body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back(body, i);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
     }
 }

@@ -3,7 +3,7 @@
 //   TEST_NAME         plugin name            TEST_OFFERS   name of its interface, version 0.2
 //   TEST_NEEDS        dependencies           TEST_EDITION  what getEdition answers
 //   TEST_FRAMEWORK    framework version      TEST_OMIT_SHUTDOWN  leaves that entry point out
-//   TEST_HOT_RELOAD   is hot-reloadable      TEST_TABLE_SIZE     size of the table, as told
+//   TEST_HOT_RELOAD   eEnabled, eDisabled    TEST_TABLE_SIZE     size of the table, as told
 //
 // It logs "started" and "stopped" as infos under its own name.
 
@@ -14,23 +14,14 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <vector>
 
-#ifndef TEST_FRAMEWORK
-#define TEST_FRAMEWORK vorn::kFrameworkVersion
-#endif
-#ifndef TEST_EDITION
-#define TEST_EDITION 1
-#endif
-#ifdef TEST_HOT_RELOAD
-constexpr auto kHotReload = vorn::PluginHotReload::eEnabled;
-#else
-constexpr auto kHotReload = vorn::PluginHotReload::eDisabled;
-#endif
+using namespace vorn;
 
 VORN_PLUGIN_GLOBALS(TEST_NAME)
 
 struct OfferedInterface : TestInterface {
-    static vorn::InterfaceDesc getInterfaceDesc() {
+    static InterfaceDesc getInterfaceDesc() {
         return {TEST_OFFERS, {0, 2}};
     }
 };
@@ -42,30 +33,26 @@ static void fillInterface(OfferedInterface& table) {
     table.isStarted = [] { return g_isStarted.load(); };
     table.getLogLevel = [] { return __atomic_load_n(&g_vornLogLevel, __ATOMIC_RELAXED); };
     table.warn = [](const char* text) {
-        VORN_LOG_FROM("TestPlugin.cpp", vorn::logging::kLevelWarn, "%s", text);
+        VORN_LOG_FROM("TestPlugin.cpp", logging::kLevelWarn, "%s", text);
     };
 }
 
-VORN_EXPORT vorn::Version vornGetFrameworkVersion() {
+VORN_EXPORT Version vornGetFrameworkVersion() {
     return TEST_FRAMEWORK;
 }
 
-VORN_EXPORT void vornGetPluginDeps(vorn::InterfaceDesc** deps, size_t* count) {
-#ifdef TEST_NEEDS
-    static vorn::InterfaceDesc depends[] = {TEST_NEEDS};
-    *deps = depends;
-    *count = sizeof(depends) / sizeof(depends[0]);
-#else
-    vorn::getPluginDepsTyped<>(deps, count);
-#endif
+VORN_EXPORT void vornGetPluginDeps(InterfaceDesc** deps, size_t* count) {
+    static std::vector<InterfaceDesc> s_deps = {TEST_NEEDS};
+    *deps = s_deps.data();
+    *count = s_deps.size();
 }
 
-VORN_EXPORT void vornOnPluginRegister(vorn::Framework* framework,
-                                      vorn::PluginRegistryEntry* entry) {
-    static constexpr vorn::PluginImplDesc kImpl = {TEST_NAME, "A test", "Vorn", kHotReload, "dev"};
-    vorn::onPluginRegister<OfferedInterface>(framework, entry, kImpl, fillInterface);
+VORN_EXPORT void vornOnPluginRegister(Framework* framework, PluginRegistryEntry* entry) {
+    static constexpr PluginImplDesc kImpl = {TEST_NAME, "A test", "Vorn",
+                                             PluginHotReload::TEST_HOT_RELOAD, "dev"};
+    onPluginRegister<OfferedInterface>(framework, entry, kImpl, fillInterface);
 #ifdef TEST_TABLE_SIZE
-    static vorn::PluginRegistryEntry::Interface resized = *entry->interfaces;
+    static PluginRegistryEntry::Interface resized = *entry->interfaces;
     resized.size = TEST_TABLE_SIZE;
     entry->interfaces = &resized;
 #endif
@@ -74,13 +61,13 @@ VORN_EXPORT void vornOnPluginRegister(vorn::Framework* framework,
 VORN_EXPORT void vornOnPluginStartup() {
     // Long enough for other threads to come by while the start-up is under way.
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    VORN_LOG_FROM("TestPlugin.cpp", vorn::logging::kLevelInfo, "started");
+    VORN_LOG_FROM("TestPlugin.cpp", logging::kLevelInfo, "started");
     g_isStarted = true;
 }
 
 #ifndef TEST_OMIT_SHUTDOWN
 VORN_EXPORT void vornOnPluginShutdown() {
     g_isStarted = false;
-    VORN_LOG_FROM("TestPlugin.cpp", vorn::logging::kLevelInfo, "stopped");
+    VORN_LOG_FROM("TestPlugin.cpp", logging::kLevelInfo, "stopped");
 }
 #endif

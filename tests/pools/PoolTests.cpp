@@ -1,5 +1,4 @@
 // The free-list pool and the size-class allocator built from it.
-#include "plugins/vorn.settings/ArrayIndex.h"
 #include "vorn/PluginUtils.h"
 #include "vorn/extras/MultiFreeListAllocator.h"
 
@@ -68,11 +67,10 @@ struct Pools : ::testing::Test {
 };
 
 TEST_F(Pools, CarveAlignedElementsInAddressOrderBlockByBlock) {
-    struct Row {
+    const struct {
         size_t elementSize, alignment, perBlock, expectedSize, expectedAlignment, header;
-    };
-    constexpr Row kRows[] = {{24, 0, 99, 24, 8, 16}, {0, 4, 1, 8, 8, 16}, {65, 64, 5, 128, 64, 64}};
-    for (const Row& row : kRows) {
+    } rows[] = {{24, 0, 99, 24, 8, 16}, {0, 4, 1, 8, 8, 16}, {65, 64, 5, 128, 64, 64}};
+    for (const auto& row : rows) {
         FreeListAllocator pool(row.elementSize, row.alignment, row.perBlock);
         EXPECT_EQ(pool.getAlignment(), row.expectedAlignment);
         for (size_t block = 0; block < 3; ++block) {
@@ -167,25 +165,6 @@ TEST_F(Pools, LiveChunksAreAlignedAndKeepTheirContents) {
         contents.copy(memory, contents.size());
         ASSERT_TRUE(live.emplace(memory, contents).second);
     }
-}
-
-// Beside the pools, the one other room that needs nothing else.
-TEST(ArrayIndex, NamesOfIndicesAndWhatIsNone) {
-    const std::optional<size_t> kNone;
-    const std::pair<const char*, std::optional<size_t>> rows[] = {
-        {"7", 7},      {"007", 7},     {"0x1f", 31},  {"+3", 3},     {" 3", 3},
-        {"", 0},       {"0x0b", 11},   {"3 ", kNone}, {"-1", kNone}, {"08", kNone},
-        {"0x", kNone}, {"1.0", kNone}, {"0b1", kNone}};
-    for (const auto& [name, index] : rows) {
-        bool isValid = !index;
-        EXPECT_EQ(settings::getValidIndex(name, &isValid), index.value_or(0));
-        EXPECT_EQ(isValid, index.has_value()) << name;
-    }
-    settings::IndexCoverage coverage;
-    for (const size_t index : {2, 2, 1, 0, 0}) {
-        coverage.add(index);
-    }
-    EXPECT_EQ(coverage.getLength(), 3u);
 }
 
 } // namespace

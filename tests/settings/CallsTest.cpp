@@ -1,16 +1,12 @@
 // The exact calls that each operation makes to the dictionary service, in their order.
 #include "support/Store.h"
 
+#include <regex>
 #include <sstream>
 
-namespace foreign {
-namespace {
+using namespace foreign;
 
 constexpr const IDictionary& kTable = RecordingDictionary::kTable;
-
-UpdateAction overwrite(const Item*, ItemType, const Item*, ItemType, void*) {
-    return eOverwrite;
-}
 
 #define CALL(...)                                                                                  \
     []([[maybe_unused]] const ISettings& s, [[maybe_unused]] Transaction* t,                       \
@@ -18,7 +14,7 @@ UpdateAction overwrite(const Item*, ItemType, const Item*, ItemType, void*) {
 
 struct Operation {
     void (*act)(const ISettings& s, Transaction* t, const Item* source);
-    const char* calls; // separated by ";", in the short forms of expand
+    const char* calls; // separated by "; ", in the short forms of expand
 };
 
 // The settings hold n: 5, s: 'x', l: [7, 8], a: {b: {c: 1}, d: 2}, the transaction n: 6, and the
@@ -35,18 +31,13 @@ const Operation kOperations[] = {
     {CALL(s.getAsInt64At("l", 1)), "find 'l' -> /l; getItemMutable(/l, '1') -> /l/1; "
                                    "isAccessibleAs(int, /l/1); getAsInt64(/l/1)"},
     {CALL(s.getStringBufferAt("/l", 9)), "find 'l' -> /l; getItemMutable(/l, '9') -> null"},
-    {CALL(s.setInt64("/p/q", 7)),
-     "find 'p/q' -> null; createItem(root, 'p/q', int) -> /p/q; setInt64(/p/q, 7); path /p/q"},
-    {CALL(s.setFloat64("f", 1.5)),
-     "find 'f' -> null; createItem(root, 'f', float) -> /f; setFloat64(/f, 1.5); path /f"},
-    {CALL(s.setBool("/b", true)),
-     "find 'b' -> null; createItem(root, 'b', bool) -> /b; setBool(/b, true); path /b"},
-    {CALL(s.setString("t", "y")),
-     "find 't' -> null; createItem(root, 't', string) -> /t; setString(/t, 'y'); path /t"},
+    {CALL(s.setInt64("/p/q", 7)), "make 'p/q' int; setInt64(/p/q, 7); path /p/q"},
+    {CALL(s.setFloat64("f", 1.5)), "make 'f' float; setFloat64(/f, 1.5); path /f"},
+    {CALL(s.setBool("/b", true)), "make 'b' bool; setBool(/b, true); path /b"},
+    {CALL(s.setString("t", "y")), "make 't' string; setString(/t, 'y'); path /t"},
     {CALL(s.setString("/a/d", nullptr)), "find 'a/d' -> /a/d; setString(/a/d, null); path /a/d"},
     {CALL(s.setBoolAt("/l", 0, true)), "find 'l/0' -> /l/0; setBool(/l/0, true); path /l/0"},
-    {CALL(s.setInt64At("", 12, 3)),
-     "find '12' -> null; createItem(root, '12', int) -> /12; setInt64(/12, 3); path /12"},
+    {CALL(s.setInt64At("", 12, 3)), "make '12' int; setInt64(/12, 3); path /12"},
     {CALL(s.getArrayLength("/l")), "WALK; child 0; child 1"},
     {CALL(s.isAccessibleAsArrayOf(eInt, "/l")),
      "WALK; child 0; isAccessibleAs(int, /l/0); child 1; isAccessibleAs(int, /l/1)"},
@@ -55,20 +46,16 @@ const Operation kOperations[] = {
      "isAccessibleAs(float, /l/1); getAsFloat64(/l/1)"},
     {CALL(s.getPreferredArrayType("/l")), "find 'l' -> /l; getPreferredArrayType(/l)"},
     {CALL(const int64_t v[] = {5000000000, -7}; s.setInt64Array("/v", v, 2)),
-     "find 'v' -> null; createItem(root, 'v', dictionary) -> /v; setInt64Array(/v, [5000000000, "
-     "-7]); path /v; getItemChildCount(/v); getItemChildByIndex(/v, 0) -> /v/0; path /v/0; "
-     "getItemChildByIndex(/v, 1) -> /v/1; path /v/1"},
+     "make 'v' dictionary; setInt64Array(/v, [5000000000, -7]); path /v; getItemChildCount(/v); "
+     "getItemChildByIndex(/v, 0) -> /v/0; path /v/0; getItemChildByIndex(/v, 1) -> /v/1; path "
+     "/v/1"},
     {CALL(const int32_t v = -7; s.setIntArray("l", &v, 1)),
      "find 'l' -> /l; setIntArray(/l, [-7]); path /l; getItemChildCount(/l); "
      "getItemChildByIndex(/l, 0) -> /l/0; path /l/0"},
-    {CALL(s.setFloat64Array("/l", nullptr, 0)),
-     "find 'l' -> /l; setFloat64Array(/l, []); path /l; getItemChildCount(/l)"},
-    {CALL(s.setFloatArray("/l", nullptr, 0)),
-     "find 'l' -> /l; setFloatArray(/l, []); path /l; getItemChildCount(/l)"},
-    {CALL(s.setBoolArray("/l", nullptr, 0)),
-     "find 'l' -> /l; setBoolArray(/l, []); path /l; getItemChildCount(/l)"},
-    {CALL(s.setStringArray("/l", nullptr, 0)),
-     "find 'l' -> /l; setStringArray(/l, []); path /l; getItemChildCount(/l)"},
+    {CALL(s.setFloat64Array("/l", nullptr, 0)), "empty setFloat64Array"},
+    {CALL(s.setFloatArray("/l", nullptr, 0)), "empty setFloatArray"},
+    {CALL(s.setBoolArray("/l", nullptr, 0)), "empty setBoolArray"},
+    {CALL(s.setStringArray("/l", nullptr, 0)), "empty setStringArray"},
     {CALL(s.destroyStringBuffer(s.createStringBufferFromItemValue("/n"))),
      "find 'n' -> /n; createStringBufferFromItemValue(/n); destroyStringBuffer('5')"},
     {CALL(s.destroyStringBuffer(s.createStringBufferFromItemValueAt("/l", 1))),
@@ -77,12 +64,9 @@ const Operation kOperations[] = {
     {CALL(s.destroyTransaction(s.createTransaction())),
      "createItem(null, 'tree', dictionary) -> tree; destroyItem(tree)"},
     {CALL(s.setInt64Async(t, "/n", 7)), "getItemMutable(tree, 'n') -> tree/n; setInt64(tree/n, 7)"},
-    {CALL(s.setFloat64Async(t, "f", 1.5)), "getItemMutable(tree, 'f') -> null; createItem(tree, "
-                                           "'f', float) -> tree/f; setFloat64(tree/f, 1.5)"},
-    {CALL(s.setBoolAsync(t, "/b", true)), "getItemMutable(tree, 'b') -> null; createItem(tree, "
-                                          "'b', bool) -> tree/b; setBool(tree/b, true)"},
-    {CALL(s.setStringAsync(t, "s", "y")), "getItemMutable(tree, 's') -> null; createItem(tree, "
-                                          "'s', string) -> tree/s; setString(tree/s, 'y')"},
+    {CALL(s.setFloat64Async(t, "f", 1.5)), "add 'f' float; setFloat64(tree/f, 1.5)"},
+    {CALL(s.setBoolAsync(t, "/b", true)), "add 'b' bool; setBool(tree/b, true)"},
+    {CALL(s.setStringAsync(t, "s", "y")), "add 's' string; setString(tree/s, 'y')"},
     {CALL(s.commitTransaction(t)),
      "getItem(tree, null) -> tree; update(root, '', tree, null, callback, data); path /n"},
     {CALL(s.update("/a", source, "", overwrite, nullptr)),
@@ -100,8 +84,7 @@ const Operation kOperations[] = {
     {CALL(s.setDictionary("/a")), "find 'a' -> /a; getItemType(/a); path /a"},
     {CALL(s.setDictionary("/n")), "find 'n' -> /n; getItemType(/n); path /n; destroyItem(/n); "
                                   "createItem(root, 'n', dictionary) -> /n; path /n"},
-    {CALL(s.setDictionary("p/q")),
-     "find 'p/q' -> null; createItem(root, 'p/q', dictionary) -> /p/q; path /p/q"},
+    {CALL(s.setDictionary("p/q")), "make 'p/q' dictionary; path /p/q"},
     {CALL(s.destroyItem("/none")), "find 'none' -> null"},
     {CALL(s.destroyItem("/a")),
      "find 'a' -> /a; getItemType(/a); getItemChildCount(/a); path /a; getItemChildByIndex(/a, 1) "
@@ -113,27 +96,26 @@ const Operation kOperations[] = {
 class Calls : public Store {
 protected:
     static std::string expand(std::string text) {
-        const std::pair<std::string, std::string> shortForms[] = {
+        const std::pair<const char*, const char*> shortForms[] = {
             {"WALK", "find 'l' -> /l; getItemType(/l); getItemChildCount(/l)"},
-            {"child 0", "getItemChildByIndex(/l, 0) -> /l/0; getItemName(/l/0)"},
-            {"child 1", "getItemChildByIndex(/l, 1) -> /l/1; getItemName(/l/1)"},
+            {"child (.)", "getItemChildByIndex(/l, $1) -> /l/$1; getItemName(/l/$1)"},
+            {"empty (\\w+)", "find 'l' -> /l; $1(/l, []); path /l; getItemChildCount(/l)"},
+            {"make '(\\S+)' (\\w+)", "find '$1' -> null; createItem(root, '$1', $2) -> /$1"},
+            {"add '(\\S+)' (\\w+)",
+             "getItemMutable(tree, '$1') -> null; createItem(tree, '$1', $2) -> tree/$1"},
+            {"find ('\\S*')", "getItemMutable(root, $1)"},
             {"root", "<ISettings root>"},
             {"tree", "<ISettings transaction>"},
-            {"copy", "<full settings>"}};
-        for (const auto& [word, by] : shortForms) {
-            for (size_t i = 0; (i = text.find(word, i)) != text.npos; i += by.size()) {
-                text.replace(i, word.size(), by);
-            }
+            {"copy", "<full settings>"},
+            {"; ", "\n"}};
+        for (const auto& [form, calls] : shortForms) {
+            text = std::regex_replace(text, std::regex(form), calls);
         }
         std::string calls;
         std::istringstream stream(text);
-        for (std::string call; stream >> std::ws && std::getline(stream, call, ';');) {
-            if (call.rfind("path ", 0) != 0) {
-                const size_t arrow = call.find(" -> ");
-                calls += call.starts_with("find ")
-                             ? "getItemMutable(<ISettings root>, " + call.substr(5, arrow - 5) +
-                                   ")" + call.substr(arrow) + "\n"
-                             : call + "\n";
+        for (std::string call; std::getline(stream, call);) {
+            if (!call.starts_with("path ")) {
+                calls += call + "\n";
                 continue;
             }
             for (call.erase(0, 5); !call.empty(); call.erase(call.rfind('/'))) { // up to the root
@@ -174,6 +156,3 @@ TEST_F(Calls, OperationsMakeExactlyTheseAndClimbForSubscribersOnly) {
         }
     }
 }
-
-} // namespace
-} // namespace foreign

@@ -1,10 +1,7 @@
 // Registration, start, stop, unload.
 #include "support/Store.h"
 
-namespace foreign {
-namespace {
-
-const std::string kLongPath = "/a/path/that/is/much/longer/than/any/inline/buffer/of/a/string";
+using namespace foreign;
 
 class Lifecycle : public Store {
 protected:
@@ -14,15 +11,12 @@ protected:
 };
 VORN_OVER_BOTH_SERVICES(Restart);
 
-TEST_F(Lifecycle, RegistrationDescribesThePluginAndItsOneInterface) {
-    EXPECT_EQ(plugin.getFrameworkVersion().major, 0u);
-    EXPECT_EQ(plugin.getFrameworkVersion().minor, 3u);
-    InterfaceDesc *dependency = nullptr, *again = nullptr;
+TEST_F(Lifecycle, RegistrationDescribesOneInterfaceAndAcquiresOptionalServicesOnce) {
+    EXPECT_EQ(show({"framework", plugin.getFrameworkVersion()}), "framework 0.3");
+    InterfaceDesc* dependency = nullptr;
     size_t count = 0;
     plugin.getDeps(&dependency, &count);
-    plugin.getDeps(&again, &count);
     ASSERT_EQ(count, 1u);
-    EXPECT_EQ(dependency, again);
     EXPECT_EQ(show(*dependency), "vorn::dictionary::IDictionary 0.4");
 
     Lines described = {entry.name, entry.description, entry.author, entry.build};
@@ -34,16 +28,13 @@ TEST_F(Lifecycle, RegistrationDescribesThePluginAndItsOneInterface) {
     for (size_t i = 0; i < 53; ++i) {
         EXPECT_TRUE(static_cast<const Slot*>(entry.interfaces->ptr)[i]) << "slot " << i;
     }
-}
 
-TEST_F(Lifecycle, OptionalServicesAreAcquiredByTheFirstRegistrationOnly) {
     EXPECT_EQ(takeCalls(), "tryAcquire(vorn.settings.plugin, vorn::logging::Logging 0.3, null)\n"
                            "registerSource(vorn.settings.plugin)\n"
                            "tryAcquire(vorn.settings.plugin, vorn::profiler::Profiler 0.1, null)");
     RegistryEntry second{};
     plugin.registerPlugin(&g_framework, &second);
     EXPECT_EQ(takeCalls(), "");
-    ASSERT_EQ(second.interfaceCount, 1u);
     EXPECT_EQ(second.interfaces->ptr, settings);
 }
 
@@ -65,16 +56,7 @@ TEST_F(Lifecycle, EveryStartUpMakesAnEmptyRootAndShutDownDestroysIt) {
     }
 }
 
-TEST_P(Restart, EndsEverySubscription) {
-    onNode(kLongPath, "old");
-    onTree("/a", "old");
-    restart();
-    onNode(kLongPath, "new");
-    settings->setInt64(kLongPath.c_str(), 1);
-    EXPECT_EQ(takeEvents(), "new " + kLongPath);
-}
-
-TEST_P(Restart, WithoutShutDownKeepsRootPoolsAndSubscriptions) {
+TEST_P(Restart, EndsEverySubscriptionButASecondStartUpKeepsAll) {
     onNode("/a", "N");
     Transaction* transaction = settings->createTransaction();
     settings->setInt64Async(transaction, "/a", 2);
@@ -86,6 +68,14 @@ TEST_P(Restart, WithoutShutDownKeepsRootPoolsAndSubscriptions) {
     EXPECT_EQ(dump(), "{b: 1, a: 2}");
     EXPECT_EQ(takeEvents(), "N /a");
     settings->destroyTransaction(transaction);
+
+    const std::string longPath = "/a/path/that/is/longer/than/any/inline/buffer/of/a/string";
+    onNode(longPath, "old");
+    onTree("/a", "old");
+    restart();
+    onNode(longPath, "new");
+    settings->setInt64(longPath.c_str(), 1);
+    EXPECT_EQ(takeEvents(), "new " + longPath);
 }
 
 TEST_F(Lifecycle, LogThresholdStartsAtInfoAndFollowsTheService) {
@@ -110,22 +100,18 @@ TEST_F(Lifecycle, LogThresholdStartsAtInfoAndFollowsTheService) {
 
 TEST_F(Lifecycle, WithoutDictionaryOrRootTheStoreStaysStopped) {
     g_host.dictionary = nullptr;
-    plugin.startup();
+    startup();
     const std::string log = takeLog();
     EXPECT_EQ(log.rfind("1 ", 0), 0u) << log;
     EXPECT_NE(log.find("vorn::dictionary::IDictionary"), log.npos) << log;
     settings->setInt64("/a", 1);
-    plugin.shutdown();
+    shutdown();
     g_host.dictionary = dictionary;
     g_recorder.isCreateFailing = true;
-    plugin.startup();
-    settings->setInt64("/a", 1);
-    plugin.shutdown();
-    g_recorder.isCreateFailing = false;
     startup();
+    settings->setInt64("/a", 1);
+    g_recorder.isCreateFailing = false;
+    restart();
     settings->setInt64("/a", 1);
     EXPECT_EQ(dump(), "{a: 1}");
 }
-
-} // namespace
-} // namespace foreign

@@ -3,8 +3,7 @@
 
 #include <cstring>
 
-namespace foreign {
-namespace {
+using namespace foreign;
 
 struct PathOperation {
     const char* reporter; // name in messages
@@ -13,11 +12,10 @@ struct PathOperation {
 
 template <class T>
 bool writesNothing(void (*read)(const char*, T*, size_t), const char* path) {
-    T place, before;
-    memset(&before, 1, sizeof(T));
-    memset(&place, 1, sizeof(T));
-    read(path, &place, 1);
-    return memcmp(&place, &before, sizeof(T)) == 0;
+    const std::string before(sizeof(T), 1);
+    std::string place = before;
+    read(path, reinterpret_cast<T*>(place.data()), 1);
+    return place == before;
 }
 
 #define NEUTRAL(...)                                                                               \
@@ -121,6 +119,3 @@ TEST_F(PathRule, StoppedStoreAnswersNeutrallyWithOneError) {
     settings->initializeFromDictionary(makeSource({{"x", 1}}));
     EXPECT_EQ(dump(), "{x: 1}");
 }
-
-} // namespace
-} // namespace foreign

@@ -1,7 +1,7 @@
 // Values of the four types by path and by index, and string buffers.
 #include "support/Store.h"
-namespace foreign {
-namespace {
+
+using namespace foreign;
 
 #define READ(...) [](const ISettings& s, const char* p) { return text(s.__VA_ARGS__); }
 #define WRITE(...) [](const ISettings& s, const char* p) { s.__VA_ARGS__; }
@@ -82,10 +82,9 @@ TEST_P(Scalars, BuffersAreTakenBackOnceAndAlsoAfterShutDown) {
     const char* buffer = settings->createStringBufferFromItemValue("/s");
     settings->setString("/s", "later");
     EXPECT_STREQ(buffer, "lent");
-    settings->destroyStringBuffer(buffer);
-    settings->destroyStringBuffer(buffer);
-    settings->destroyStringBuffer(settings->getStringBuffer("/s"));
-    settings->destroyStringBuffer("foreign");
+    for (const char* given : {buffer, buffer, settings->getStringBuffer("/s"), "foreign"}) {
+        settings->destroyStringBuffer(given);
+    }
     EXPECT_STREQ(settings->getStringBuffer("/s"), "later");
     EXPECT_EQ(settings->createStringBufferFromItemValue("/none"), nullptr);
     EXPECT_EQ(settings->createStringBufferFromItemValueAt("/none", 0), nullptr);
@@ -120,6 +119,3 @@ TEST_F(Failing, CreationStoresAndTellsNothing) {
     settings->destroyTransaction(transaction);
     EXPECT_EQ(dump() + takeEvents(), "{}"); // a null item stops the recording dictionary
 }
-
-} // namespace
-} // namespace foreign

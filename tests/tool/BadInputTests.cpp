@@ -4,12 +4,8 @@
 #include <csignal>
 #include <sys/stat.h>
 
-using vorn::test::Process;
-using vorn::test::Result;
-using vorn::test::ToolTest;
+using namespace vorn::test;
 using namespace std::string_literals;
-
-namespace {
 
 class BadInputTest : public ToolTest {
 protected:
@@ -69,11 +65,9 @@ TEST_F(BadInputTest, WhatSettingsCannotHoldIsLeftOutOrRefused) {
     };
     for (const auto& [text, place, list] : cases) {
         write("a.json", text);
-        const Result lenient = run(onFile({"list"}));
-        EXPECT_EQ(lenient.exitCode, 0);
-        EXPECT_EQ(lenient.output, list) << text;
-        EXPECT_EQ(lenient.errors,
-                  "vorn-settings: warning: 1 value left out: a.json:" + place + "\n");
+        const auto [exitCode, output, errors] = run(onFile({"list"}));
+        EXPECT_TRUE(exitCode == 0 && output == list) << text << " listed as " << output;
+        EXPECT_EQ(errors, "vorn-settings: warning: 1 value left out: a.json:" + place + "\n");
         const std::string message = "cannot be a setting: a.json:" + place;
         expectFailure(onFile({"--strict", "list"}), 2, message);
         expectFailure(onFile({"--strict", "set", "/z", "1"}), 2, message);
@@ -118,7 +112,7 @@ TEST_F(BadInputTest, AnInterruptLeavesTheOldTextOrTheNew) {
     const std::string pad = "{\"pad\": \"" + std::string(1000000, '-') + "\", \"x\": ";
     for (int moment = 0; moment < 24; ++moment) {
         write("a.json", pad + "0}");
-        Process writer(command(onFile({"set", "/x", "1"})), surroundings);
+        Process writer(onFile({"set", "/x", "1"}), surroundings);
         usleep(static_cast<useconds_t>(moment) * 1000);
         writer.signal(moment % 2 == 0 ? SIGTERM : SIGINT);
         writer.wait();
@@ -148,5 +142,3 @@ TEST_F(BadInputTest, UsageAndMissingSettingsAreExplained) {
         expectFailure(arguments, exitCode, message);
     }
 }
-
-} // namespace

@@ -1,11 +1,7 @@
 // The shell, as a script runner and at a prompt.
 #include "ToolFixture.h"
 
-using vorn::test::Process;
-using vorn::test::Result;
-using vorn::test::ToolTest;
-
-namespace {
+using namespace vorn::test;
 
 class ShellTest : public ToolTest {
 protected:
@@ -17,7 +13,7 @@ protected:
     }
 };
 
-TEST_F(ShellTest, AWatchPrintsEventsAsTheyCome) {
+TEST_F(ShellTest, AWatchPrintsEventsAsTheyComeAlsoOfTheRootOrASingleValue) {
     EXPECT_EQ(script("watch /x\nset /x/y 5\nset /other 2\nset /x/new/z hello world\n"
                      "set /x/list [1, 7]\nreset --force /x/new\nset /x/y {\"in\": 1}\n"
                      "set /x/y 5\nunwatch /x\nset /x/y 6\nget /x/y\n"),
@@ -26,24 +22,20 @@ TEST_F(ShellTest, AWatchPrintsEventsAsTheyCome) {
               "destroyed /x/new/z: \"hello world\" -> unset\ndestroyed /x/y: 5 -> unset\n"
               "created /x/y/\ncreated /x/y/in: unset -> 1\ndestroyed /x/y/in: 1 -> unset\n"
               "changed /x/y: {} -> 5\n6\n");
-}
 
-TEST_F(ShellTest, TheRootAndASingleValueCanBeWatched) {
     EXPECT_EQ(script("watch\nset /top 1\nbegin\nset /x 1\ncommit\nset /x/y 2\n"),
               "created /top: unset -> 1\nchanged /x: {} -> 1\ncreated /x/y: unset -> 2\n");
     EXPECT_EQ(script("watch --json /x/y\nset /x/list/0 1\nset /x/y \"a\\\"b\"\n"),
               "{\"event\":\"changed\",\"path\":\"/x/y\",\"old\":4,\"new\":\"a\\\"b\"}\n");
 }
 
-TEST_F(ShellTest, ATransactionIsOneStepAtItsCommit) {
+TEST_F(ShellTest, ATransactionIsOneStepAtItsCommitAndUsedInOrder) {
     EXPECT_EQ(script("watch /x\nbegin\nset /x/y 5\nset /x/z true\nget /x/y\ncommit\nget /x/y\n"
                      "begin\nset /x/y 6\nabort\nget /x/y\nsave\n"),
               "4\nchanged /x/y: 4 -> 5\ncreated /x/z: unset -> true\n5\n5\n");
     EXPECT_EQ(read("a.json"),
               "{\n  \"x\": {\"y\": 5, \"list\": [1, 2], \"z\": true},\n  \"other\": 1\n}\n");
-}
 
-TEST_F(ShellTest, TransactionsAreUsedInOrder) {
     const Result result = run(onFile({"shell"}), "commit\nbegin\nbegin\nset /x/list [1]\n");
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_EQ(result.errors,
@@ -56,16 +48,14 @@ TEST_F(ShellTest, TransactionsAreUsedInOrder) {
 
 TEST_F(ShellTest, AScriptGoesOnAfterALineThatFails) {
     const std::string lines = "# a comment, then an empty line\n\nget /nope\nget /x/y\n";
-    const Result result = run(onFile({"shell"}), lines);
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_EQ(result.output, "4\n");
-    EXPECT_EQ(result.errors, "vorn-settings: line 3: no such setting: /nope: expected a path that "
-                             "list -r shows\n");
+    const auto [exitCode, output, errors] = run(onFile({"shell"}), lines);
+    EXPECT_TRUE(exitCode == 1 && output == "4\n") << output;
+    EXPECT_EQ(errors, "vorn-settings: line 3: no such setting: /nope: expected a path that list -r "
+                      "shows\n");
 
     EXPECT_EQ(run(onFile({"shell"}), "frob\n" + lines).exitCode, 2) << "the worst";
     const Result stopped = run(onFile({"shell", "--stop-on-error"}), lines);
-    EXPECT_EQ(stopped.exitCode, 1);
-    EXPECT_EQ(stopped.output, "");
+    EXPECT_TRUE(stopped.exitCode == 1 && stopped.output.empty()) << stopped.output;
     EXPECT_EQ(script("get /x/y\nquit\nget /nope\n"), "4\n");
 }
 
@@ -97,7 +87,7 @@ TEST_F(ShellTest, LoadAndSaveMoveSettingsBetweenFiles) {
 }
 
 TEST_F(ShellTest, SaveWritesTheEditsToTheFileAsItIsByThen) {
-    Process shell(command(onFile({"shell"})), surroundings);
+    Process shell(onFile({"shell"}), surroundings);
     shell.write("set /x/y 5\nset /other [null\n"); // an error, to see the end of both
     ASSERT_TRUE(shell.waitForErrors("line 2"));
     write("a.json", "{\"x\": {}, \"edited\": \"elsewhere\"}");
@@ -109,7 +99,7 @@ TEST_F(ShellTest, SaveWritesTheEditsToTheFileAsItIsByThen) {
 
 TEST_F(ShellTest, ThePromptCompletesAndRemembers) {
     surroundings.hasTerminal = true;
-    Process shell(command({"--color", "never", "--file", "a.json", "shell"}), surroundings);
+    Process shell({"--color", "never", "--file", "a.json", "shell"}, surroundings);
     const auto answer = [&shell](const std::string& keys, const std::string& expected) {
         EXPECT_TRUE(shell.waitForOutput("vorn> ")) << shell.output();
         shell.write(keys);
@@ -128,5 +118,3 @@ TEST_F(ShellTest, ThePromptCompletesAndRemembers) {
     EXPECT_EQ(shell.wait(), 0) << shell.output();
     EXPECT_NE(read("vorn-settings/history").find("watch"), std::string::npos);
 }
-
-} // namespace

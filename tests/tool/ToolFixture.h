@@ -8,6 +8,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -16,8 +17,7 @@ namespace vorn::test {
 
 struct Result {
     int exitCode;
-    std::string output;
-    std::string errors;
+    std::string output, errors;
 };
 
 class ToolTest : public testing::Test {
@@ -41,10 +41,6 @@ protected:
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    static Words command(Words arguments) {
-        arguments.insert(arguments.begin(), VORN_TOOL);
-        return arguments;
-    }
     static Words onFile(Words rest, const std::string& file = "a.json") {
         rest.insert(rest.begin(), {"--file", file});
         return rest;
@@ -53,18 +49,16 @@ protected:
         return nlohmann::ordered_json::parse(json).dump();
     }
     Result run(const Words& arguments, const std::string& input = "") const {
-        Process process(command(arguments), surroundings);
+        Process process(arguments, surroundings);
         process.write(input);
         process.closeInput();
-        const int exitCode = process.wait();
-        return {exitCode, process.output(), process.errors()};
+        return {process.wait(), process.output(), process.errors()};
     }
 
     // The output of a run that must go well and say nothing else.
     std::string outputOf(const Words& arguments, const std::string& input = "") const {
         const Result result = run(arguments, input);
-        EXPECT_EQ(result.exitCode, 0) << result.errors;
-        EXPECT_EQ(result.errors, "");
+        EXPECT_TRUE(result.exitCode == 0 && result.errors.empty()) << result.errors;
         return result.output;
     }
 
@@ -81,15 +75,14 @@ protected:
         EXPECT_EQ(contents(), before) << "a file was touched";
     }
 
-    // Names and texts of all files; the name alone of what is no readable file.
-    std::vector<std::string> contents() const {
-        std::vector<std::string> all;
+    // The texts of all files by name; none of what is no readable file.
+    std::map<std::string, std::string> contents() const {
+        std::map<std::string, std::string> all;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(
                  directory, std::filesystem::directory_options::skip_permission_denied)) {
             const std::string name = entry.path().lexically_relative(directory);
-            all.push_back(name + ": " + (entry.is_regular_file() ? read(name) : ""));
+            all[name] = entry.is_regular_file() ? read(name) : "";
         }
-        std::sort(all.begin(), all.end());
         return all;
     }
 

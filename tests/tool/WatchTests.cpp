@@ -3,27 +3,19 @@
 
 #include <csignal>
 
-using vorn::test::Process;
-using vorn::test::ToolTest;
+using namespace vorn::test;
 
-namespace {
-
-class WatchTest : public ToolTest {
-protected:
-    void replace(const std::string& name, const std::string& text) const {
-        write("new", text);
-        std::filesystem::rename(directory / "new", directory / name);
-    }
-};
+using WatchTest = ToolTest;
 
 TEST_F(WatchTest, EveryWayOfChangingAFileIsSeen) {
     write("a.json", R"({"app": {"w": 1, "t": "x"}, "other": 1})");
     write("real.json", R"({"app": {"w": 2}})");
     std::filesystem::create_symlink("real.json", directory / "b.json");
-    Process watch(command({"--file", "a.json", "--file", "b.json", "watch", "/app"}), surroundings);
+    Process watch({"--file", "a.json", "--file", "b.json", "watch", "/app"}, surroundings);
     ASSERT_TRUE(watch.waitForErrors("watching /app")) << watch.errors();
 
-    replace("a.json", R"({"app": {"w": 1, "t": "y"}, "other": 2})");
+    write("new", R"({"app": {"w": 1, "t": "y"}, "other": 2})");
+    std::filesystem::rename(directory / "new", directory / "a.json");
     EXPECT_TRUE(watch.waitForOutput("changed /app/t: \"x\" -> \"y\"\n"));
     write("real.json", R"({"app": {"w": 3, "n": {"k": 1}}})");
     EXPECT_TRUE(watch.waitForOutput("created /app/n/k: unset -> 1\n"));
@@ -42,5 +34,3 @@ TEST_F(WatchTest, EveryWayOfChangingAFileIsSeen) {
                               "destroyed /app/n/\ndestroyed /app/n/k: 1 -> unset\n"
                               "destroyed /app/t: \"y\" -> unset\n");
 }
-
-} // namespace

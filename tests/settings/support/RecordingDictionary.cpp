@@ -64,8 +64,6 @@ std::string show(T value) {
     } else if constexpr (std::is_same_v<T, ItemType>) {
         const char* const names[] = {"bool", "int", "float", "string", "dictionary", "count"};
         return names[value];
-    } else if constexpr (std::is_same_v<T, bool>) {
-        return value ? "true" : "false";
     } else {
         return testing::PrintToString(value);
     }

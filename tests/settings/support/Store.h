@@ -14,6 +14,10 @@ namespace foreign {
 
 constexpr const char* kSettingsPlugin = "libvorn.settings.plugin.so";
 
+inline UpdateAction overwrite(const Item*, ItemType, const Item*, ItemType, void*) {
+    return eOverwrite;
+}
+
 // A result as text.
 template <class T>
 std::string text(T value) {
@@ -61,6 +65,11 @@ protected:
         shutdown();
         plugin.unload();
     }
+    void begin(bool isOwnDictionary) {
+        load(isOwnDictionary);
+        startup();
+        pushLogLevel(-2);
+    }
 
     // Nothing of the store stays behind in the service.
     void TearDown() override {
@@ -88,8 +97,7 @@ protected:
         return settings->subscribeToNodeChangeEvents(path.c_str(), callback, add(label, then));
     }
     SubscriptionId* onTree(const std::string& path, const char* label, Action then = {}) {
-        const auto callback = [](const Item* tree, const Item* changed, ChangeEvent event,
-                                 void* userData) {
+        const auto callback = [](auto* tree, auto* changed, ChangeEvent event, void* userData) {
             auto& subscriber = *static_cast<Subscriber*>(userData);
             const std::string subtree = describe(*subscriber.store->dictionary, tree) + ":";
             subscriber.hear(subtree, changed, event);
@@ -145,16 +153,11 @@ protected:
         const Unrecorded pause;
         return const_cast<Item*>(settings->getSettingsDictionary(path));
     }
-    // {name: value, ...}, of integers and strings; children in their order.
+    // {name: value, ...}, of integers; children in their order.
     std::string dump(const Item* item) {
         const Unrecorded pause;
-        switch (dictionary->getItemType(item)) {
-        case eInt:
+        if (dictionary->getItemType(item) != eDictionary) {
             return std::to_string(dictionary->getAsInt64(item));
-        case eString:
-            return "'" + std::string(dictionary->getStringBuffer(item)) + "'";
-        default:
-            break;
         }
         std::string text;
         for (size_t i = 0; i < dictionary->getItemChildCount(item); ++i) {
@@ -202,9 +205,7 @@ private:
 class RecordedStore : public Store {
 protected:
     void SetUp() override {
-        load();
-        startup();
-        pushLogLevel(-2);
+        begin(false);
     }
 };
 
@@ -212,9 +213,7 @@ protected:
 class AnyStore : public Store, public testing::WithParamInterface<bool> {
 protected:
     void SetUp() override {
-        load(GetParam());
-        startup();
-        pushLogLevel(-2);
+        begin(GetParam());
     }
 };
 
