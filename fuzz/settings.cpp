@@ -400,8 +400,13 @@ private:
     }
 
     UpdateAction _asked(const Item* dst, ItemType dstType, const Item* src, ItemType srcType) {
-        if (m_draw.isOneIn(16)) {
-            m_draw.pick(2) == 0 ? subscribe() : unsubscribe();
+        if (m_draw.isOneIn(12)) {
+            constexpr void (SettingsSide::*kActions[])() = {&SettingsSide::subscribe,
+                                                            &SettingsSide::subscribeToAll,
+                                                            &SettingsSide::unsubscribe};
+            ++m_depth;
+            (this->*m_draw.pickFrom(kActions))();
+            --m_depth;
         }
         return answer(dst, dstType, src, srcType);
     }

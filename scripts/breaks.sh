@@ -42,6 +42,7 @@ fuzz() { # TARGET
         -max_total_time="$seconds" -artifact_prefix=build/
 }
 
+sed -i 's/"VORN_WERROR": "ON"/"VORN_WERROR": "OFF"/' CMakePresets.json # faults leave things unused
 say "Building" >&2
 build_preset fuzz vorn_settings_tests vorn_dictionary_tests \
     vorn_fuzz_{settings,dictionary}{,_replay}
