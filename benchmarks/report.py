@@ -395,6 +395,8 @@ def write_report(directory, output, images):
     draw_threads(records, os.path.join(images, "threads.svg"))
     image_path = os.path.relpath(images, os.path.dirname(os.path.abspath(output)))
 
+    with open(os.path.join(os.path.dirname(__file__), "notes.md"), encoding="utf-8") as file:
+        notes = file.read()
     text = f"""# Performance
 
 Written by `{environment["command"]}`; do not edit.
@@ -423,6 +425,9 @@ Times are medians of one operation: one read, one write, one value, one string, 
 a merge, a transaction, a whole array, a dispatch all of it. Of the two readers, the times are those
 of one read of all readers together.
 
+### Where the time goes
+
+{notes}
 ## Reads
 
 ![A read, 64 hot paths]({image_path}/read-hot.svg)
@@ -445,7 +450,8 @@ Counted by callgrind: hot, in the tree of 1k values, the loop around the calls i
 {creation_table(records)}
 
 Each in a process of its own. Resident is the growth of the anonymous resident memory of the process
-from before the first value to after the last; malloc is what malloc says is in use.
+from before the first value to after the last; malloc is what malloc says is in use, without the
+larger blocks of ours, which come straight from the system.
 
 ## Threads
 
