@@ -20,7 +20,7 @@ cd "$copy"
 # Prints how long the command took to fail, or "-" when it did not.
 time_to_fail() { # COMMAND...
     local start=${EPOCHREALTIME/./}
-    if "$@" >/dev/null 2>&1 </dev/null; then
+    if (ulimit -t 120 && "$@") >/dev/null 2>&1 </dev/null; then
         echo -
     else
         awk -v us=$((${EPOCHREALTIME/./} - start)) 'BEGIN { printf "%.1f s", us / 1e6 }'
