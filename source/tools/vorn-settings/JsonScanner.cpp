@@ -110,6 +110,11 @@ public:
             // The parser would take it for the end.
             throw _error<JsonSyntaxError>(at, "broken JSON", "expected text, found a zero byte");
         }
+        if (m_text.substr(m_end).starts_with(kByteOrderMark)) {
+            // The parser would skip a second one.
+            throw _error<JsonSyntaxError>(m_end, "broken JSON",
+                                          "expected text, found a second byte order mark");
+        }
         m_reached = m_end;
         nlohmann::json::sax_parse(CountingIterator(m_text, m_end, &m_reached),
                                   CountingIterator(m_text, m_text.size(), &m_reached), this);
