@@ -119,6 +119,35 @@ TEST_F(Items, ANullItemReadsAsNothingAndCannotBeChanged) {
     EXPECT_EQ(outline(root), "{}");
 }
 
+TEST_F(Items, DeepPathsAndLargeTreesAreFoundLikeOthers) {
+    std::string path;
+    for (int level = 0; level < 40; ++level) {
+        path += "a dictionary " + std::to_string(level) + "/";
+    }
+    const std::string top = "a dictionary 0/a dictionary 1", value = path + "value";
+    Item* deep = d->createItem(root, value.c_str(), kInt);
+    EXPECT_EQ(at(value), deep);
+    EXPECT_EQ(d->getItem(at(top), value.c_str() + top.size() + 1), deep);
+    EXPECT_EQ(at(path + "valuf"), nullptr);
+    EXPECT_EQ(at("b" + value.substr(1)), nullptr);
+    Item* copy = d->makeDictionaryAtPath(nullptr, "copy");
+    d->update(copy, "on/the/way", root, nullptr, nullptr, nullptr);
+    EXPECT_NE(d->getItem(copy, ("on/the/way/" + value).c_str()), nullptr);
+
+    constexpr size_t kWide = 500000; // its items and their table lie in the largest blocks
+    Item* wide = d->makeDictionaryAtPath(root, "wide");
+    std::vector<const Item*> items;
+    for (size_t i = 0; i < kWide; ++i) {
+        items.push_back(d->createItem(wide, ("item " + std::to_string(i)).c_str(), kInt));
+    }
+    for (size_t i = 0; i < kWide; i += 97) {
+        ASSERT_EQ(at("wide/item " + std::to_string(i)), items[i]);
+    }
+    EXPECT_EQ(at("wide/item " + std::to_string(kWide)), nullptr);
+    d->destroyItem(wide);
+    EXPECT_EQ(at("wide/item 7"), nullptr);
+}
+
 static size_t bytesInUse() {
     size_t total = 0, resident = 0;
     std::ifstream("/proc/self/statm") >> total >> resident;
