@@ -23,12 +23,8 @@ inline void* allocateHugePages(size_t bytes) {
     const auto begin = reinterpret_cast<uintptr_t>(range);
     const size_t before = alignedSize(begin, kHugePageSize) - begin;
     auto* memory = static_cast<char*>(range) + before;
-    if (before > 0) {
-        munmap(range, before);
-    }
-    if (before < kHugePageSize) {
-        munmap(memory + size, kHugePageSize - before);
-    }
+    munmap(range, before); // of no bytes, either does nothing
+    munmap(memory + size, kHugePageSize - before);
     madvise(memory, size, MADV_HUGEPAGE); // advice: without effect, it is slower, not wrong
     return memory;
 }

@@ -5,6 +5,8 @@
 // the hash's own place, looks at an item only where the tag fits, and ends at an empty slot. The
 // table tells candidates; the caller confirms them by their names.
 //
+// Nothing is looked up before the first item is inserted.
+//
 // Threads: find() from any thread, without waiting; everything else under the tree's lock. A table
 // that has been replaced keeps its addresses until the end, but gives its pages back to the
 // system, after which they read as empty slots; a reader that comes up empty looks whether the
@@ -32,9 +34,6 @@ public:
     // The item of that hash that one looks at first, or null: mostly the only one.
     Item* firstCandidate(uint32_t hash) const {
         const Table* table = m_table.load(std::memory_order_acquire);
-        if (!table) [[unlikely]] {
-            return nullptr;
-        }
         const uint32_t indexMask = table->indexMask;
         const std::atomic<uint32_t>* slots = table->slots() + _firstOf(hash, indexMask);
         const unsigned fits = Group(slots).findTag(hash, ~indexMask);
@@ -50,9 +49,6 @@ public:
     bool isAbsent(uint32_t hash) const {
         const uint64_t generation = m_generation.load(std::memory_order_acquire);
         const Table* table = m_table.load(std::memory_order_acquire);
-        if (!table) {
-            return true;
-        }
         const uint32_t indexMask = table->indexMask;
         const Group group(table->slots() + _firstOf(hash, indexMask));
         return group.findTag(hash, ~indexMask) == 0 && group.findTag(kEmpty, ~uint32_t{0}) != 0 &&
@@ -65,25 +61,22 @@ public:
         for (;;) {
             const uint64_t generation = m_generation.load(std::memory_order_acquire);
             const Table* table = m_table.load(std::memory_order_acquire);
-            if (table) [[likely]] {
-                const uint32_t indexMask = table->indexMask;
-                for (size_t first = _firstOf(hash, indexMask);;
-                     first = (first + kGroupSize) & indexMask) {
-                    const std::atomic<uint32_t>* slots = table->slots() + first;
-                    const Group group(slots);
-                    // A removed slot may fit too; it leads to an item that matches nothing.
-                    for (unsigned fits = group.findTag(hash, ~indexMask); fits;
-                         fits = Group::withoutFirst(fits)) {
-                        const uint32_t slot =
-                            slots[Group::first(fits)].load(std::memory_order_acquire);
-                        Item* item = m_items.at(slot & indexMask);
-                        if (item->hash.load(std::memory_order_acquire) == hash && accept(item)) {
-                            return item;
-                        }
+            const uint32_t indexMask = table->indexMask;
+            for (size_t first = _firstOf(hash, indexMask);;
+                 first = (first + kGroupSize) & indexMask) {
+                const std::atomic<uint32_t>* slots = table->slots() + first;
+                const Group group(slots);
+                // A removed slot may fit too; it leads to an item that matches nothing.
+                for (unsigned fits = group.findTag(hash, ~indexMask); fits;
+                     fits = Group::withoutFirst(fits)) {
+                    const uint32_t slot = slots[Group::first(fits)].load(std::memory_order_acquire);
+                    Item* item = m_items.at(slot & indexMask);
+                    if (item->hash.load(std::memory_order_acquire) == hash && accept(item)) {
+                        return item;
                     }
-                    if (group.findTag(kEmpty, ~uint32_t{0})) {
-                        break;
-                    }
+                }
+                if (group.findTag(kEmpty, ~uint32_t{0})) {
+                    break;
                 }
             }
             if (m_generation.load(std::memory_order_acquire) == generation) [[likely]] {

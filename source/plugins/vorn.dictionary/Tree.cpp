@@ -33,7 +33,7 @@ Item* Tree::create(Item* parent, const char* path, ItemType type) {
 Item* Tree::createWith(Item* parent, const char* path, ItemType type, uint64_t payload) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     bool isNew = false;
-    Item* item = _findOrCreate(parent, path ? path : "", {type, payload}, &isNew);
+    Item* item = _findOrCreate(parent, path, {type, payload}, &isNew);
     if (item && !isNew) {
         _overwrite(item, type, payload);
     }
@@ -279,7 +279,7 @@ Branch* Tree::_roomForChild(Item* parent) {
 ChildList* Tree::_replaceChildren(Branch* branch, ChildList* children) {
     ChildList* before = branch->children.exchange(children, std::memory_order_acq_rel);
     Value value = branch->owner->read();
-    if (before && value.type() == ItemType::eDictionary) {
+    if (before) { // else the owner does not know of it yet
         branch->owner->exchange(value, {value.nextHead(value.type()), value.payload});
     }
     return before;
@@ -357,9 +357,8 @@ void Tree::_letGo(const Value& value) {
 // No two children have one name, so n names below "n" are all of them.
 size_t Tree::arrayLength(const Item* item) const {
     const size_t length = childCount(item);
-    const Value value = item->read();
-    if (length > 0 && value.type() == ItemType::eDictionary && value.branch() &&
-        value.branch()->inOrder.load(std::memory_order_acquire) == length) {
+    const Branch* branch = _branchOf(item->read());
+    if (branch && length > 0 && branch->inOrder.load(std::memory_order_acquire) == length) {
         return length;
     }
     for (size_t i = 0; i < length; ++i) {
@@ -521,7 +520,7 @@ void Tree::_destroyItems(Item* top) {
 // Destroys all children and the branch.
 void Tree::_destroyChildren(Branch* branch) {
     ChildList* children = branch->children.load(std::memory_order_relaxed);
-    for (size_t size = children ? children->size() : 0; size > 0; --size) {
+    for (size_t size = children->size(); size > 0; --size) {
         Item* item = m_items.at(children->indexAt(size - 1));
         children->setSize(size - 1);
         _destroyItems(item);

@@ -170,12 +170,13 @@ public:
     void release();
 
 private:
-    // The children of a dictionary that has ever had any; else null.
+    // What a dictionary that has ever had children keeps of them; else null.
+    static Branch* _branchOf(const Value& value) {
+        return value.type() == ItemType::eDictionary ? value.branch() : nullptr;
+    }
     static ChildList* _childrenOf(const Value& value) {
-        if (value.type() != ItemType::eDictionary || !value.branch()) {
-            return nullptr;
-        }
-        return value.branch()->children.load(std::memory_order_acquire);
+        Branch* branch = _branchOf(value);
+        return branch ? branch->children.load(std::memory_order_acquire) : nullptr;
     }
 
     // find() for a base that is no root.
@@ -197,12 +198,9 @@ private:
 
     // The element of an array in order, without a look at the table; null if there is none.
     Item* _findElement(const Item* array, std::string_view name) const {
-        const Value value = array->read();
-        if (value.type() != ItemType::eDictionary || !value.branch()) {
-            return nullptr;
-        }
-        const size_t index = elementIndexOf(name);
-        if (index >= value.branch()->inOrder.load(std::memory_order_acquire)) {
+        const Branch* branch = _branchOf(array->read());
+        const size_t index = branch ? elementIndexOf(name) : kNoElement;
+        if (index == kNoElement || index >= branch->inOrder.load(std::memory_order_acquire)) {
             return nullptr;
         }
         Item* element = child(array, index);
