@@ -169,7 +169,7 @@ ItemType getPreferredArrayTypeImpl(const Item* item) {
 
 Item* getItemAtMutableImpl(Item* item, size_t index) {
     const ElementName name(index);
-    return item ? g_tree.find(item, name.text()) : nullptr;
+    return item ? g_tree.find(item, name.text(), name.view().size()) : nullptr;
 }
 
 const Item* getItemAtImpl(const Item* item, size_t index) {

@@ -71,6 +71,17 @@ inline constexpr uint64_t kLastBytes[9] = {
     0xffffffffffff0000, 0xffffffffffffff00, 0xffffffffffffffff,
 };
 
+// The state after the last 1 to 8 bytes of a text of at least 8, in one step. Leading zero bytes
+// leave a zero state alone, so the bytes go to the end of a word, with the state folded into them
+// instead of passed along; what of the state reaches beyond them is added afterwards.
+inline uint32_t extendHashByLast(uint64_t state, const char* end, size_t count) {
+    __extension__ typedef unsigned __int128 Product;
+    const Product moved = static_cast<Product>(state) * kMoveToEnd[count];
+    const uint64_t last = loadWord(end - 8) & kLastBytes[count];
+    const uint64_t mixed = detail::crcWord(0, last ^ static_cast<uint64_t>(moved));
+    return static_cast<uint32_t>(mixed ^ static_cast<uint64_t>(moved >> 64));
+}
+
 // The state after length more bytes. REQUIRES: length > 0.
 inline uint32_t extendHash(uint32_t state, const char* text, size_t length) {
     if (!detail::g_hasCrcInstruction) [[unlikely]] {
@@ -94,15 +105,7 @@ inline uint32_t extendHash(uint32_t state, const char* text, size_t length) {
     const uint64_t more = detail::crcWord(crc, loadWord(text + (hasMore ? position : 0)));
     crc = hasMore ? more : crc;
     position += hasMore ? 8 : 0;
-    // The last 1 to 8 bytes in one step: leading zero bytes leave a zero state alone, so they go
-    // to the end of a word, with the state folded into them instead of passed along. What of the
-    // state reaches beyond the bytes is added afterwards.
-    __extension__ typedef unsigned __int128 Product;
-    const size_t rest = length - position;
-    const Product moved = static_cast<Product>(crc) * kMoveToEnd[rest];
-    const uint64_t last = loadWord(text + length - 8) & kLastBytes[rest];
-    const uint64_t mixed = detail::crcWord(0, last ^ static_cast<uint64_t>(moved));
-    return static_cast<uint32_t>(mixed ^ static_cast<uint64_t>(moved >> 64));
+    return extendHashByLast(crc, text + length, length - position);
 }
 
 // The state that a "/" adds: where the names of an item's children start from.

@@ -170,7 +170,7 @@ private:
     };
 
     static bool _fits(size_t used, unsigned bits) {
-        return used <= (size_t{7} << bits) / 8;
+        return used <= (size_t{3} << bits) / 4;
     }
     Table* _takeTable(unsigned bits);
     static void _free(Table* table);

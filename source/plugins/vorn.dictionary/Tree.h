@@ -13,6 +13,7 @@
 #include "ChildList.h"
 #include "ElementName.h"
 #include "ItemPool.h"
+#include "PathScan.h"
 #include "PathTable.h"
 #include "RecycledBlocks.h"
 #include "StringStore.h"
@@ -42,27 +43,22 @@ public:
         if (!base || !path) {
             return base;
         }
-        return find(base, path, std::strlen(path));
+        if (!base->isRoot()) [[unlikely]] {
+            return find(base, path, std::strlen(path));
+        }
+        const PathScan scan = scanPath(base->hash.load(std::memory_order_relaxed), path);
+        return scan.length == 0 ? base : _findHashed(base, path, scan.length, scan.hash);
     }
     // The path ends where a byte follows that can be read.
     Item* find(Item* base, const char* path, size_t length) const {
         if (length == 0) {
             return base;
         }
-        if (!base->isRoot()) [[unlikely]] {
+        if (!base->isRoot()) {
             return _findBelow(base, path, length);
         }
         const uint32_t start = base->hash.load(std::memory_order_relaxed);
-        const uint32_t hash = extendHash(start, path, length);
-        Item* candidate = m_paths.firstCandidate(hash);
-        if (candidate) [[likely]] {
-            if (candidate->isAtOrdinary(base, path, length)) [[likely]] {
-                return candidate;
-            }
-        } else if (m_paths.isAbsent(hash)) {
-            return nullptr;
-        }
-        return _findAmong(candidate, base, path, length, hash);
+        return _findHashed(base, path, length, extendHash(start, path, length));
     }
 
     // The child of parent that has the name of `like`, or null. Either looked for at the place hint
@@ -177,6 +173,19 @@ private:
     static ChildList* _childrenOf(const Value& value) {
         Branch* branch = _branchOf(value);
         return branch ? branch->children.load(std::memory_order_acquire) : nullptr;
+    }
+
+    // find() for a base that is a root, once the hash is known.
+    Item* _findHashed(Item* base, const char* path, size_t length, uint32_t hash) const {
+        Item* candidate = m_paths.firstCandidate(hash);
+        if (candidate) [[likely]] {
+            if (candidate->isAtOrdinary(base, path, length)) [[likely]] {
+                return candidate;
+            }
+        } else if (m_paths.isAbsent(hash)) {
+            return nullptr;
+        }
+        return _findAmong(candidate, base, path, length, hash);
     }
 
     // find() for a base that is no root.
