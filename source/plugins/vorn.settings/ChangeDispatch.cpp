@@ -1,7 +1,7 @@
 // Full paths, the node step and the tree step.
 #include "ChangeDispatch.h"
 
-#include <cstring>
+#include <vector>
 
 namespace vorn::settings {
 
@@ -9,56 +9,30 @@ namespace {
 
 using dictionary::Item;
 
-// The full path of a node, composed from its end while climbing. Of usual length it lies in the
-// object itself.
-class FullPath {
-public:
-    FullPath(const Item* item, const Item* root) {
-        if (!item) {
-            return;
+// Puts the full path of a node together. The root's own is "/", that of no node is empty.
+void composeFullPath(HashedPath& fullPath, const Item* item, const Item* root) {
+    constexpr size_t kNearDepth = 32;
+    const char* names[kNearDepth]; // from the node up
+    size_t depth = 0;
+    std::vector<const char*> farNames; // above those
+    for (const Item* node = item; node && node != root; node = g_idictionary->getItemParent(node)) {
+        const char* name = g_idictionary->getItemName(node);
+        if (depth < kNearDepth) [[likely]] {
+            names[depth++] = name;
+        } else {
+            farNames.push_back(name);
         }
-        for (const Item* node = item; node && node != root;
-             node = g_idictionary->getItemParent(node)) {
-            const char* name = g_idictionary->getItemName(node);
-            const size_t length = std::strlen(name);
-            _makeRoom(length + 2);
-            if (m_begin != m_end) {
-                *--m_begin = '/';
-            }
-            m_begin -= length;
-            std::memcpy(m_begin, name, length);
-        }
-        *--m_begin = '/';
     }
-    FullPath(const FullPath&) = delete;
-    FullPath& operator=(const FullPath&) = delete;
-
-    std::string_view view() const {
-        return {m_begin, static_cast<size_t>(m_end - m_begin)};
+    if (item && depth == 0) {
+        fullPath.append("");
     }
-
-private:
-    static constexpr size_t kNearCapacity = 256;
-
-    void _makeRoom(size_t length) {
-        const std::string_view composed = view();
-        if (static_cast<size_t>(m_begin - m_storage) >= length) [[likely]] {
-            return;
-        }
-        MflString larger(2 * (composed.size() + length), '\0');
-        larger.replace(larger.size() - composed.size(), composed.size(), composed);
-        m_far = std::move(larger);
-        m_storage = m_far.data();
-        m_end = m_storage + m_far.size();
-        m_begin = m_end - composed.size();
+    for (; !farNames.empty(); farNames.pop_back()) {
+        fullPath.append(farNames.back());
     }
-
-    char m_near[kNearCapacity];
-    MflString m_far;
-    char* m_storage = m_near;
-    char* m_end = m_near + kNearCapacity;
-    char* m_begin = m_end;
-};
+    while (depth > 0) {
+        fullPath.append(names[--depth]);
+    }
+}
 
 using Visitor = ChangeEventsSubscriptions::Visitor;
 
@@ -104,9 +78,8 @@ void triggerTreeChangeCallback(Visitor& visitor,
 
 // Both steps. Whether there are tree subscriptions is asked late, so that one made by a callback of
 // the node step counts.
-void triggerCallbacks(const Item* item, ChangeEventType eventType, std::string_view fullPath) {
+void triggerCallbacks(const Item* item, ChangeEventType eventType, HashedPath& path) {
     Visitor visitor;
-    HashedPath path(fullPath);
     triggerNodeChangeCallback(visitor, item, eventType, path);
     if (!g_treeChangeEventsSubscriptions.empty()) {
         triggerTreeChangeCallback(visitor, item, eventType, path);
@@ -117,13 +90,16 @@ void triggerCallbacks(const Item* item, ChangeEventType eventType, std::string_v
 
 void getFullPath(MflString* fullPath, const Item* item, const Item* root) {
     if (fullPath) {
-        *fullPath = FullPath(item, root).view();
+        HashedPath path;
+        composeFullPath(path, item, root);
+        *fullPath = path.path();
     }
 }
 
 void sendEvent(const Item* item, ChangeEventType eventType) {
-    const FullPath fullPath(item, g_modifiedSettingsRoot);
-    triggerCallbacks(item, eventType, fullPath.view());
+    HashedPath fullPath;
+    composeFullPath(fullPath, item, g_modifiedSettingsRoot);
+    triggerCallbacks(item, eventType, fullPath);
 }
 
 void triggerAllChangeCallbacksFromPath(const char* fullpath, ChangeEventType eventType) {
@@ -131,7 +107,8 @@ void triggerAllChangeCallbacksFromPath(const char* fullpath, ChangeEventType eve
         return;
     }
     const Item* item = g_idictionary->getItem(g_modifiedSettingsRoot, fullpath + 1);
-    triggerCallbacks(item, eventType, fullpath);
+    HashedPath path{std::string_view(fullpath)};
+    triggerCallbacks(item, eventType, path);
 }
 
 } // namespace vorn::settings

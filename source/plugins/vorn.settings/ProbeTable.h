@@ -6,7 +6,7 @@
 //
 // An Entry is empty when default-constructed, moves without throwing, and has
 //     bool isEmpty() const;
-//     size_t hash() const;      // REQUIRES: not empty
+//     size_t hash() const;      // of an empty one: anything
 #pragma once
 
 #include <cstddef>
@@ -29,7 +29,9 @@ public:
         if (m_size == 0) {
             return nullptr;
         }
+        // Mostly it is the first or the second: which of them is no branch to guess.
         size_t place = _home(hash);
+        place = (place + (m_entries[place].hash() != hash ? 1 : 0)) & (m_capacity - 1);
         while (!m_entries[place].isEmpty()) {
             Entry& entry = m_entries[place];
             if (entry.hash() == hash && matches(entry)) {
@@ -42,7 +44,7 @@ public:
 
     // Makes room for one more entry. On std::bad_alloc the table is as before.
     void reserveOne() {
-        if (4 * (m_size + 1) <= 3 * m_capacity) {
+        if (2 * (m_size + 1) <= m_capacity) {
             return;
         }
         ProbeTable larger;
@@ -105,7 +107,7 @@ private:
 
     std::unique_ptr<Entry[]> m_entries;
     size_t m_capacity = 0; // a power of two, or 0
-    size_t m_size = 0;     // at most three quarters of the capacity
+    size_t m_size = 0;     // at most half of the capacity
 };
 
 } // namespace vorn::settings

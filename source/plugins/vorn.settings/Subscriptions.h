@@ -88,17 +88,18 @@ public:
     // Puts the record in front of those of its path. When it throws, the map is as before.
     void add(std::string_view path, const SubscriptionId* record) {
         m_places.reserveOne();
-        const size_t pathHash = HashedPath(path).hash();
-        Group* group = _findGroup(path, pathHash);
+        const HashedPath hashedPath(path);
+        Group* group = _findGroup(hashedPath);
         if (group) {
             group->entries.push_back({record, *record});
         } else {
             auto newGroup = std::make_unique<Group>();
+            newGroup->path.reserve(HashedPath::kCompared);
             newGroup->path = path;
             newGroup->entries.push_back({record, *record});
             m_groups.reserveOne();
             group = newGroup.get();
-            m_groups.insert({std::move(newGroup), pathHash});
+            m_groups.insert({std::move(newGroup), hashedPath.hash()});
         }
         ++group->size;
         m_places.insert({record, group, group->entries.size() - 1});
@@ -143,9 +144,9 @@ private:
         return reinterpret_cast<uintptr_t>(record);
     }
 
-    Group* _findGroup(std::string_view path, size_t pathHash) const {
-        const OwnedGroup* entry = m_groups.find(pathHash, [&](const OwnedGroup& candidate) {
-            return std::string_view(candidate.group->path) == path;
+    Group* _findGroup(const HashedPath& path) const {
+        const OwnedGroup* entry = m_groups.find(path.hash(), [&](const OwnedGroup& candidate) {
+            return path.equals(candidate.group->path);
         });
         return entry ? entry->group.get() : nullptr;
     }
@@ -218,7 +219,7 @@ private:
 
 template <class Call>
 void ChangeEventsSubscriptions::visit(Visitor& visitor, const HashedPath& path, Call call) {
-    Group* group = _findGroup(path.path(), path.hash());
+    Group* group = _findGroup(path);
     if (!group) {
         return;
     }
