@@ -21,6 +21,7 @@ namespace {
 
 // Holds every item; released by shut-down, or at the latest when the library is unloaded.
 constinit Tree g_tree;
+constinit MergePlans g_mergePlans; // of merges within it
 
 // The contract hands out const items for reading; the tree has one kind of pointer.
 Item* mutableItem(const Item* item) {
@@ -292,7 +293,7 @@ void updateImpl(Item* dst,
                 OnUpdateItemFn onUpdateItemFn,
                 void* userData) {
     if (dst && src) {
-        merge(g_tree, dst, dstPath, mutableItem(src), srcPath,
+        merge(g_tree, g_mergePlans, dst, dstPath, mutableItem(src), srcPath,
               onUpdateItemFn ? onUpdateItemFn : kUpdateItemOverwriteOriginal, userData);
     }
 }
@@ -394,5 +395,6 @@ VORN_EXPORT void vornGetPluginDeps(vorn::InterfaceDesc** deps, size_t* count) {
 VORN_EXPORT void vornOnPluginStartup() {}
 
 VORN_EXPORT void vornOnPluginShutdown() {
+    vorn::dictionary::g_mergePlans.release();
     vorn::dictionary::g_tree.release();
 }

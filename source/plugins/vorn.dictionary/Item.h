@@ -14,6 +14,7 @@
 
 #include <vorn/dictionary/IDictionary.h>
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -85,6 +86,10 @@ struct alignas(64) Item {
     uint32_t childHash() const {
         const uint32_t own = hash.load(std::memory_order_relaxed);
         return isRoot() ? own : extendHashBySeparator(own);
+    }
+    // The hash of the child of that name.
+    uint32_t childHash(std::string_view childName) const {
+        return extendHash(childHash(), childName.data(), childName.size());
     }
 
     // Sets a name that fits; the branch must be set.
@@ -199,13 +204,35 @@ inline bool Item::isRoot() const {
     return branch == &Branch::kOfRoots;
 }
 
+// The end of the path above is put together with the name in a buffer that takes two blocks too
+// many in front, so that nothing but the name depends on a length. What is read from in front of a
+// shorter path lies in its branch, and is masked.
 inline void Item::setInlineName(std::string_view text) {
-    const size_t nameBegin = kInlineNameCapacity - text.size();
+    constexpr size_t kBlock = 16;
+    constexpr size_t kSize = sizeof(pathEnd);
+    static_assert(kSize == 2 * kBlock && kSize <= sizeof(Branch));
+    static constexpr auto kLastBytesOf = [] { // from place n on: a mask of the last n bytes
+        std::array<char, 2 * kSize> bytes{};
+        for (size_t i = kSize; i < bytes.size(); ++i) {
+            bytes[i] = '\xff';
+        }
+        return bytes;
+    }();
     const size_t above = branch->hasPath() ? branch->pathLength : 0;
-    const size_t kept = above < nameBegin ? above : nameBegin;
-    clearName();
-    std::memcpy(pathEnd + nameBegin - kept, branch->path() + above - kept, kept);
-    std::memcpy(pathEnd + nameBegin, text.data(), text.size());
+    const char* mask = kLastBytesOf.data() + (above < kSize ? above : kSize);
+    const char* pathAbove = branch->path() + above - kSize;
+    char buffer[2 * kSize];
+    char* nameBegin = buffer + 2 * kSize - 1 - text.size();
+    const auto store = [](char* to, __m128i block) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), block);
+    };
+    store(nameBegin - kSize, _mm_and_si128(_loadBlock(pathAbove), _loadBlock(mask)));
+    store(nameBegin - kBlock,
+          _mm_and_si128(_loadBlock(pathAbove + kBlock), _loadBlock(mask + kBlock)));
+    std::memcpy(nameBegin, text.data(), text.size());
+    buffer[2 * kSize - 1] = '\0';
+    store(pathEnd, _loadBlock(buffer + kSize));
+    store(pathEnd + kBlock, _loadBlock(buffer + kSize + kBlock));
     nameWord = static_cast<uint32_t>(text.size());
 }
 

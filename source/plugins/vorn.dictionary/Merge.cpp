@@ -1,8 +1,10 @@
 #include "Merge.h"
 
-#include <algorithm>
+#include <memory>
 #include <new>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace vorn::dictionary {
@@ -32,6 +34,14 @@ public:
         return m_levels.size();
     }
 
+    // Goes to an item, of unknown depth; null: to the end.
+    void goTo(Item* item) {
+        m_item = item;
+        if (item) {
+            m_value = item->read();
+        }
+    }
+
     // A copy of the value, which is no dictionary, for an item to hold. Another thread may have
     // written a value of another type meanwhile. False when memory is exhausted.
     bool copyValue(ItemType* type, uint64_t* payload) const {
@@ -56,31 +66,22 @@ public:
     // Goes on to the next item: the first child, when there is one and isEntered says so.
     void step(bool isEntered) {
         if (isEntered && m_value.type() == ItemType::eDictionary) {
-            m_levels.push_back({m_item, 0});
+            m_levels.emplace_back(m_item);
         }
-        m_item = nullptr;
-        while (!m_item && !m_levels.empty()) {
-            Level& level = m_levels.back();
-            m_item = m_tree.child(level.dictionary, level.nextChild++);
-            if (!m_item) {
-                m_levels.pop_back();
+        for (; !m_levels.empty(); m_levels.pop_back()) {
+            if (Item* child = m_levels.back().next(m_tree)) {
+                goTo(child);
+                return;
             }
         }
-        if (m_item) {
-            m_value = m_item->read();
-        }
+        goTo(nullptr);
     }
 
 private:
-    struct Level {
-        Item* dictionary;
-        size_t nextChild;
-    };
-
     const Tree& m_tree;
     Item* m_item;
     Value m_value;
-    std::vector<Level> m_levels; // around the item
+    std::vector<Tree::ChildWalk> m_levels; // through the dictionaries around the item
 };
 
 // The same, as all of them were in the beginning: for a merge within one tree, which may write to
@@ -162,66 +163,101 @@ private:
 class WriteLog {
 public:
     explicit WriteLog(Tree& tree) : m_tree(tree) {}
+    ~WriteLog() {
+        while (m_last) {
+            Chunk* before = m_last->before;
+            m_tree.giveBack(m_last);
+            m_last = before;
+        }
+    }
     WriteLog(const WriteLog&) = delete;
     WriteLog& operator=(const WriteLog&) = delete;
 
     // To be called before each write. Throws std::bad_alloc when memory is exhausted.
     void makeRoom() {
-        if (m_writes.size() == m_writes.capacity()) {
-            m_writes.reserve(std::max(kFirstCapacity, 2 * m_writes.size()));
+        if (!m_last || m_last->count == kChunkSize) {
+            void* memory = m_tree.borrow(sizeof(Chunk));
+            if (!memory) {
+                throw std::bad_alloc();
+            }
+            auto* chunk = static_cast<Chunk*>(memory);
+            chunk->before = m_last;
+            chunk->count = 0;
+            m_last = chunk;
         }
     }
     void noteCreated(Item* item) {
-        m_writes.push_back({item, {static_cast<uint64_t>(kDeadType), 0}});
+        _note({item, {static_cast<uint64_t>(kDeadType), 0}});
     }
     void noteExchanged(Item* item, const Value& before) {
-        m_writes.push_back({item, before});
+        _note({item, before});
     }
 
     // Lets go of the values that were replaced.
     void forget() {
-        for (const Write& write : m_writes) {
+        _forEachFromLast([this](const Write& write) {
             if (write.before.type() == ItemType::eString) {
                 m_tree.strings().retire(write.before.payload);
             }
-        }
+        });
     }
     // From the last to the first, so that children go before their parents. Nothing fails.
     void undo() {
-        for (; !m_writes.empty(); m_writes.pop_back()) {
-            const Write& write = m_writes.back();
+        _forEachFromLast([this](const Write& write) {
             if (write.before.type() == kDeadType) {
                 m_tree.destroy(write.item);
             } else if (write.before.type() != ItemType::eDictionary) {
                 m_tree.setValue(write.item, write.before.type(), write.before.payload);
             }
-        }
+        });
     }
 
 private:
-    static constexpr size_t kFirstCapacity = 64;
-
     struct Write {
         Item* item;
         Value before; // of dead type when the item was created
     };
 
+    static constexpr size_t kChunkSize = 84; // 2 KB
+    struct Chunk {
+        Chunk* before;
+        size_t count;
+        Write writes[kChunkSize];
+    };
+
+    void _note(const Write& write) {
+        m_last->writes[m_last->count++] = write;
+    }
+    template <class Visit>
+    void _forEachFromLast(Visit visit) {
+        for (const Chunk* chunk = m_last; chunk; chunk = chunk->before) {
+            for (size_t i = chunk->count; i > 0; --i) {
+                visit(chunk->writes[i - 1]);
+            }
+        }
+    }
+
     Tree& m_tree;
-    std::vector<Write> m_writes;
+    Chunk* m_last = nullptr;
 };
 
-// Carries out a merge from one of the sources above.
+// Carries out a merge from one of the sources above; with a plan, from a live one, it goes by it or
+// makes it anew.
 template <class Source>
 class Merger {
 public:
-    Merger(Tree& tree, Source& source, OnUpdateItemFn onUpdateItemFn, void* userData)
-        : m_tree(tree), m_source(source), m_onUpdateItemFn(onUpdateItemFn), m_userData(userData),
-          m_log(tree) {}
+    Merger(
+        Tree& tree, Source& source, MergePlan* plan, OnUpdateItemFn onUpdateItemFn, void* userData)
+        : m_tree(tree), m_source(source), m_plan(plan), m_onUpdateItemFn(onUpdateItemFn),
+          m_userData(userData), m_log(tree) {}
 
     // Throws std::bad_alloc, with the destination as it was, when memory is exhausted.
     void run(Item* dst, const char* dstPath) {
         try {
-            _enter(dst);
+            _enter(0, dst);
+            if constexpr (std::is_same_v<Source, LiveSource>) {
+                _goByPlan(m_tree.find(dst, dstPath));
+            }
             while (!m_source.isAtEnd() && _mergeItem(dstPath ? dstPath : "")) {
             }
         } catch (const std::bad_alloc&) {
@@ -240,9 +276,8 @@ public:
 private:
     // Where the items of one depth go.
     struct Level {
-        Item* parent;
-        uint32_t childHash;
-        size_t hint; // the place of the child of the parent that is expected next
+        Item* parent = nullptr;
+        Tree::ChildHint hint; // of the child of the parent that is expected next
     };
     // A value that replaces a dictionary. That comes last, since it cannot be undone, and within
     // one tree could take sources with it.
@@ -252,28 +287,83 @@ private:
         uint64_t payload;
     };
 
-    void _enter(Item* parent) {
-        m_levels.push_back({parent, parent->childHash(), 0});
+    // Merges the pairs of the plan, if it is of this merge and as long as it holds. What is left
+    // then is merged as ever; for that case, or else, the plan is begun anew.
+    void _goByPlan(Item* destination) {
+        Item* const top = m_source.item();
+        if (!m_plan) {
+            return;
+        }
+        if (m_plan->isOf(top, destination) && _goByPairs(m_plan->begin())) {
+            m_source.goTo(nullptr);
+        } else {
+            m_source.goTo(top);
+            m_plan->reset(top, destination, m_tree.changeCount());
+        }
+    }
+    // False when the plan does not hold up to the end. What is read before it is seen to hold is
+    // no dictionary.
+    bool _goByPairs(const MergePlan::Pair* pair) {
+        for (;; ++pair) {
+            const bool isAtEnd = pair == m_plan->end();
+            if (!isAtEnd) {
+                m_source.goTo(pair->source);
+                _found(pair->destination);
+            }
+            if (m_tree.changeCount() != m_plan->changeCount()) {
+                return false;
+            }
+            if (isAtEnd) {
+                return true;
+            }
+            if (_isWanted()) {
+                _writeValue();
+            }
+            m_lastByPlan = pair->source;
+        }
+    }
+
+    // Adds the item at hand to the plan, if that can tell what becomes of it.
+    void _plan(bool isDictionary) {
+        const bool isFoundDictionary = m_itemType == ItemType::eDictionary;
+        if (isDictionary && isFoundDictionary) {
+            return;
+        }
+        if (m_item && !isDictionary && !isFoundDictionary) {
+            m_plan->add({m_source.item(), m_item});
+        } else {
+            m_plan->abandon();
+            m_plan = nullptr;
+        }
+    }
+
+    // Makes parent the one that items of that depth go below.
+    void _enter(size_t depth, Item* parent) {
+        if (depth == m_levels.size()) {
+            m_levels.emplace_back();
+        }
+        m_levels[depth] = {parent, {}};
     }
 
     // Merges the item at hand and goes on to the next. False when the path of the top is
     // impossible.
     bool _mergeItem(const char* dstPath) {
         const size_t depth = m_source.depth();
-        while (m_levels.size() > depth + 1) {
-            m_levels.pop_back();
-        }
+        const bool isDictionary = m_source.type() == ItemType::eDictionary;
         m_topPath = depth == 0 ? dstPath : nullptr;
+        m_level = &m_levels[depth];
         _find();
-        const bool isAccepted = _isAccepted();
+        if (m_plan) {
+            _plan(isDictionary);
+        }
+        const bool isAccepted = _isAccepted(isDictionary);
         if (isAccepted) {
-            const bool isDictionary = m_source.type() == ItemType::eDictionary;
             Item* merged = isDictionary ? _writeDictionary() : _writeValue();
             if (!merged) {
                 return false;
             }
             if (isDictionary) {
-                _enter(merged);
+                _enter(depth + 1, merged);
             }
         }
         m_source.step(isAccepted);
@@ -282,28 +372,36 @@ private:
 
     // Looks up where the item goes.
     void _find() {
-        Level& level = m_levels.back();
+        Item* parent = m_level->parent;
         if (m_topPath) {
-            m_item = m_tree.find(level.parent, m_topPath);
-        } else {
-            const Item& source = *m_source.item();
-            m_item = m_tree.findChildLike(level.parent, source, &level.hint);
-            if (!m_item) {
-                const std::string_view name = source.nameView();
-                m_hash = extendHash(level.childHash, name.data(), name.size());
-                m_item = m_tree.findChildLike(level.parent, source, m_hash);
-            }
+            _found(m_tree.find(parent, m_topPath));
+            return;
         }
-        m_itemType = m_item ? m_item->type() : ItemType::eCount;
+        const Item& source = *m_source.item();
+        Item* item = m_tree.findChildLike(parent, source, &m_level->hint);
+        if (!item) {
+            m_hash = parent->childHash(source.nameView());
+            item = m_tree.findChildLike(parent, source, m_hash);
+        }
+        _found(item);
+    }
+    void _found(Item* item) {
+        m_item = item;
+        m_itemType = item ? item->type() : ItemType::eCount;
     }
 
-    // A dictionary that both sides have is entered, about all else the caller is asked.
-    bool _isAccepted() {
-        const ItemType type = m_source.type();
-        if (type == ItemType::eDictionary && m_itemType == type) {
-            return true;
+    // A dictionary that both sides have is entered; about all else the caller is asked, unless
+    // that was done by the plan.
+    bool _isAccepted(bool isDictionary) {
+        const bool hadItsTurn = m_lastByPlan != nullptr;
+        if (m_source.item() == m_lastByPlan) {
+            m_lastByPlan = nullptr;
         }
-        return m_onUpdateItemFn(m_item, m_itemType, m_source.item(), type, m_userData) ==
+        return (isDictionary && m_itemType == ItemType::eDictionary) ||
+               (!hadItsTurn && _isWanted());
+    }
+    bool _isWanted() {
+        return m_onUpdateItemFn(m_item, m_itemType, m_source.item(), m_source.type(), m_userData) ==
                UpdateAction::eOverwrite;
     }
 
@@ -351,7 +449,7 @@ private:
     }
 
     Item* _create(ItemType type, uint64_t payload) {
-        Item* parent = m_levels.back().parent;
+        Item* parent = m_level->parent;
         if (m_topPath) {
             return _createTop(parent, m_topPath, type, payload);
         }
@@ -389,45 +487,47 @@ private:
 
     Tree& m_tree;
     Source& m_source;
+    MergePlan* m_plan;            // null when there is none to be made
+    Item* m_lastByPlan = nullptr; // the item of the source up to which the plan was held to
     OnUpdateItemFn m_onUpdateItemFn;
     void* m_userData;
     WriteLog m_log;
-    std::vector<Level> m_levels; // one more than the item at hand is deep
+    std::vector<Level> m_levels; // by depth
     std::vector<Postponed> m_postponed;
 
-    // About the item at hand: its path when it is the top of the source, else null; where it goes
-    // (null when there is nothing yet), what that is, and its hash, known when there is nothing.
+    // About the item at hand: its path when it is the top of the source, else null; its level;
+    // where it goes (null when there is nothing yet), what that is, and its hash, known when there
+    // is nothing.
     const char* m_topPath = nullptr;
+    Level* m_level = nullptr;
     Item* m_item = nullptr;
     ItemType m_itemType = ItemType::eCount;
     uint32_t m_hash = 0;
 };
 
-template <class Source>
-void mergeFrom(Tree& tree,
-               Item* dst,
-               const char* dstPath,
-               Item* top,
-               OnUpdateItemFn onUpdateItemFn,
-               void* userData) {
-    Source source(tree, top);
-    Merger<Source>(tree, source, onUpdateItemFn, userData).run(dst, dstPath);
-}
-
 } // namespace
 
 void merge(Tree& tree,
+           MergePlans& plans,
            Item* dst,
            const char* dstPath,
            Item* src,
            const char* srcPath,
            OnUpdateItemFn onUpdateItemFn,
            void* userData) {
-    if (Item* top = tree.find(src, srcPath)) {
-        const auto from =
-            rootOf(dst) == rootOf(top) ? mergeFrom<PlannedSource> : mergeFrom<LiveSource>;
-        from(tree, dst, dstPath, top, onUpdateItemFn, userData);
+    Item* top = tree.find(src, srcPath);
+    if (!top) {
+        return;
     }
+    if (rootOf(dst) == rootOf(top)) {
+        PlannedSource source(tree, top);
+        Merger<PlannedSource>(tree, source, nullptr, onUpdateItemFn, userData).run(dst, dstPath);
+        return;
+    }
+    LiveSource source(tree, top);
+    std::unique_ptr<MergePlan> plan = plans.take(top);
+    Merger<LiveSource>(tree, source, plan.get(), onUpdateItemFn, userData).run(dst, dstPath);
+    plans.keep(top, std::move(plan));
 }
 
 } // namespace vorn::dictionary

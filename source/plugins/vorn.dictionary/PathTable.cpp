@@ -7,11 +7,9 @@
 
 namespace vorn::dictionary {
 
-bool PathTable::reserve(size_t count) {
+// Makes room for count more items by another table.
+bool PathTable::_grow(size_t count) {
     const Table* table = m_table.load(std::memory_order_relaxed);
-    if (table && _fits(m_count + m_removed + count, table->bits)) {
-        return true;
-    }
     // Growing from half full up: with removed slots in the way, the same size may do.
     unsigned bits = table ? table->bits : kMinBits;
     while (bits < kMaxBits && !_fits((m_count + count) + (m_count + count) / 4, bits)) {
@@ -31,17 +29,22 @@ uint32_t PathTable::remove(const Item* item) {
     Table* table = m_table.load(std::memory_order_relaxed);
     const uint32_t indexMask = table->indexMask;
     std::atomic<uint32_t>* slots = table->slots();
-    size_t i = _firstOf(item->hash.load(std::memory_order_relaxed), indexMask);
-    while (m_items.at(slots[i].load(std::memory_order_relaxed) & indexMask) != item) {
-        i = (i + 1) & indexMask;
+    const uint32_t hash = item->hash.load(std::memory_order_relaxed);
+    for (size_t first = _firstOf(hash, indexMask);; first = (first + kGroupSize) & indexMask) {
+        const Group group(slots + first);
+        for (unsigned fits = group.findTag(hash, ~indexMask); fits;
+             fits = Group::withoutFirst(fits)) {
+            std::atomic<uint32_t>& slot = slots[first + Group::first(fits)];
+            const uint32_t index = slot.load(std::memory_order_relaxed) & indexMask;
+            if (m_items.at(index) == item) {
+                const bool isLast = group.findTag(kEmpty, ~uint32_t{0}) != 0;
+                slot.store(isLast ? kEmpty : kRemoved, std::memory_order_release);
+                m_removed += isLast ? 0 : 1;
+                --m_count;
+                return index;
+            }
+        }
     }
-    const uint32_t index = slots[i].load(std::memory_order_relaxed) & indexMask;
-    const Group group(slots + (i & ~(kGroupSize - 1)));
-    const bool isLast = group.findTag(kEmpty, ~uint32_t{0}) != 0;
-    slots[i].store(isLast ? kEmpty : kRemoved, std::memory_order_release);
-    m_removed += isLast ? 0 : 1;
-    --m_count;
-    return index;
 }
 
 void PathTable::release() {

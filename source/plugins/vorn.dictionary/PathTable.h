@@ -87,7 +87,10 @@ public:
 
     // Makes sure that count more items can be inserted. False when memory is exhausted.
     // REQUIRES: every live item of the pool is in the table.
-    bool reserve(size_t count);
+    bool reserve(size_t count) {
+        const Table* table = m_table.load(std::memory_order_relaxed);
+        return (table && _fits(m_count + m_removed + count, table->bits)) || _grow(count);
+    }
 
     // Adds an item; its hash must be set. REQUIRES: room reserved.
     void insert(uint32_t index);
@@ -172,6 +175,7 @@ private:
     static bool _fits(size_t used, unsigned bits) {
         return used <= (size_t{3} << bits) / 4;
     }
+    bool _grow(size_t count);
     Table* _takeTable(unsigned bits);
     static void _free(Table* table);
     void _retire(Table* table);

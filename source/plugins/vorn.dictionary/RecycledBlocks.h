@@ -4,7 +4,7 @@
 // returned to the system only when all of it is: whoever still looks at such a block reads old or
 // new contents of its kind, never memory of something else.
 //
-// Threads: under the tree's lock.
+// Threads: under a lock of the owner's.
 #pragma once
 
 #include <cstddef>

@@ -9,9 +9,6 @@ namespace vorn::dictionary {
 
 namespace {
 
-// Marks an index as that of a new item. Indices have 31 bits.
-constexpr uint32_t kNewMark = 1u << 31;
-
 uint64_t payloadOf(const Branch* branch) {
     return reinterpret_cast<uintptr_t>(branch);
 }
@@ -21,7 +18,7 @@ uint64_t payloadOf(const Branch* branch) {
 // ---------------------------------------------------------------------------------- creating
 
 Item* Tree::create(Item* parent, const char* path, ItemType type) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<ChangeMutex> lock(m_mutex);
     bool isNew = false;
     Item* item = _findOrCreate(parent, path ? path : "", {type}, &isNew);
     if (item && item->type() != type) {
@@ -31,7 +28,7 @@ Item* Tree::create(Item* parent, const char* path, ItemType type) {
 }
 
 Item* Tree::createWith(Item* parent, const char* path, ItemType type, uint64_t payload) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<ChangeMutex> lock(m_mutex);
     bool isNew = false;
     Item* item = _findOrCreate(parent, path, {type, payload}, &isNew);
     if (item && !isNew) {
@@ -40,9 +37,10 @@ Item* Tree::createWith(Item* parent, const char* path, ItemType type, uint64_t p
     return item;
 }
 
-Item* Tree::createChildLike(
+// Flat, as what a merge that creates does most.
+[[gnu::flatten]] Item* Tree::createChildLike(
     Item* parent, const Item& like, uint32_t hash, ItemType type, uint64_t payload) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<ChangeMutex> lock(m_mutex);
     Item* item = findChildLike(parent, like, hash);
     if (!item) {
         return _createChild(parent, like.nameView(), hash, {type, payload});
@@ -51,13 +49,26 @@ Item* Tree::createChildLike(
     return item;
 }
 
+// Mostly that is all but the last name; else the names are looked up one by one.
 Item* Tree::findAnchor(Item* base, std::string_view path, size_t* length) const {
-    Item* anchor = nullptr;
-    *length = path.size();
-    while (!anchor) {
-        const void* slash = ::memrchr(path.data(), '/', *length);
-        *length = slash ? static_cast<size_t>(static_cast<const char*>(slash) - path.data()) : 0;
-        anchor = find(base, path.data(), *length);
+    const size_t lastSlash = path.rfind('/');
+    *length = lastSlash == std::string_view::npos ? 0 : lastSlash;
+    Item* anchor = find(base, path.data(), *length);
+    if (anchor) {
+        return anchor;
+    }
+    anchor = base;
+    *length = 0;
+    for (size_t begin = 0; begin <= lastSlash;) {
+        const size_t end = path.find('/', begin);
+        const std::string_view name = path.substr(begin, end - begin);
+        Item* next = name.empty() ? nullptr : _findChild(anchor, anchor->childHash(name), name);
+        if (!next) {
+            break;
+        }
+        anchor = next;
+        *length = end;
+        begin = end + 1;
     }
     return anchor;
 }
@@ -76,17 +87,13 @@ Item* Tree::_findOrCreate(Item* parent, std::string_view path, Content content, 
     if (missing.empty()) {
         return nullptr;
     }
-    const uint32_t hash = extendHash(anchor->childHash(), missing.data(), missing.size());
-    const auto isWanted = [&](const Item* item) {
-        return item->parent() == anchor && item->nameView() == missing;
-    };
-    if (Item* item = m_paths.isAbsent(hash) ? nullptr : m_paths.find(hash, isWanted)) {
-        return item;
+    if (missing.find('/') == std::string_view::npos) {
+        const uint32_t hash = anchor->childHash(missing);
+        Item* item = _findChild(anchor, hash, missing);
+        *isNew = !item;
+        return item ? item : _createChild(anchor, missing, hash, content);
     }
     *isNew = true;
-    if (missing.find('/') == std::string_view::npos) {
-        return _createChild(anchor, missing, hash, content);
-    }
     return isPossiblePath(missing) ? _createBelow(anchor, missing, content) : nullptr;
 }
 
@@ -95,7 +102,7 @@ Item* Tree::createRoot(const char* name, ItemType type) {
     if (type >= ItemType::eCount) {
         return nullptr;
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<ChangeMutex> lock(m_mutex);
     if (!m_paths.reserve(1)) {
         return nullptr;
     }
@@ -203,7 +210,7 @@ Tree::_newItem(const Branch* branch, std::string_view name, uint32_t hash, Conte
         }
         item->setFarName(block, name);
     }
-    const Value lastLife = item->read();
+    const Value lastLife{item->head.load(std::memory_order_relaxed), 0}; // nobody else changes it
     item->payload.store(content.payload, std::memory_order_relaxed);
     item->head.store(lastLife.nextHead(content.type), std::memory_order_release);
     item->hash.store(hash, std::memory_order_release);
@@ -243,31 +250,35 @@ void Tree::_freeBranch(Branch* branch) {
 
 // The branch that parent has, or for a value is to get, with room for one more child; null when
 // memory is exhausted. To be followed by _attach.
-Branch* Tree::_roomForChild(Item* parent) {
-    Value value = parent->read();
-    const bool isDictionary = value.type() == ItemType::eDictionary;
-    const bool isNew = !isDictionary || !value.branch();
-    Branch* branch = isNew ? _newBranch(parent) : value.branch();
+inline Branch* Tree::_roomForChild(Item* parent) {
+    Branch* branch = _branchOf(parent->read());
+    const ChildList* list = branch ? branch->children.load(std::memory_order_relaxed) : nullptr;
+    return list && list->size() < list->capacity() ? branch : _makeRoomForChild(parent, branch);
+}
+
+// The same when there is no room yet; branch may be null.
+Branch* Tree::_makeRoomForChild(Item* parent, Branch* branch) {
+    const bool isNew = !branch;
+    branch = isNew ? _newBranch(parent) : branch;
     if (!branch) {
         return nullptr;
     }
     ChildList* list = branch->children.load(std::memory_order_relaxed);
     const size_t size = list ? list->size() : 0;
-    if (!list || size == list->capacity()) {
-        ChildList* larger = m_childLists.allocate(size + 1);
-        if (!larger) {
-            if (isNew) {
-                _freeBranch(branch);
-            }
-            return nullptr;
+    ChildList* larger = m_childLists.allocate(size + 1);
+    if (!larger) {
+        if (isNew) {
+            _freeBranch(branch);
         }
-        for (size_t i = 0; i < size; ++i) {
-            larger->put(i, list->indexAt(i));
-        }
-        larger->setSize(size);
-        m_childLists.deallocate(_replaceChildren(branch, larger));
+        return nullptr;
     }
-    if (isNew && isDictionary) {
+    for (size_t i = 0; i < size; ++i) {
+        larger->put(i, list->indexAt(i));
+    }
+    larger->setSize(size);
+    m_childLists.deallocate(_replaceChildren(branch, larger));
+    Value value = parent->read();
+    if (isNew && value.type() == ItemType::eDictionary) {
         // The lock keeps a dictionary as it is: this takes one step.
         parent->exchange(value, {value.nextHead(ItemType::eDictionary), payloadOf(branch)});
     }
@@ -278,8 +289,8 @@ Branch* Tree::_roomForChild(Item* parent) {
 // they must look again before it is used for anything else.
 ChildList* Tree::_replaceChildren(Branch* branch, ChildList* children) {
     ChildList* before = branch->children.exchange(children, std::memory_order_acq_rel);
-    Value value = branch->owner->read();
     if (before) { // else the owner does not know of it yet
+        Value value = branch->owner->read();
         branch->owner->exchange(value, {value.nextHead(value.type()), value.payload});
     }
     return before;
@@ -324,7 +335,7 @@ Value Tree::exchangeValue(Item* item, ItemType type, uint64_t payload) {
             return value;
         }
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<ChangeMutex> lock(m_mutex);
     const bool isDone = type == ItemType::eDictionary && item->type() == type;
     return isDone ? item->read() : _replaceValue(item, type, payload);
 }
@@ -468,7 +479,7 @@ size_t Tree::_putExisting(ChildList* elements, const Branch* branch, size_t leng
 // --------------------------------------------------------------------------------- destroying
 
 void Tree::destroy(Item* item) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<ChangeMutex> lock(m_mutex);
     if (Item* parent = item->parent()) {
         _detach(parent->read().branch(), item);
     }
@@ -553,6 +564,7 @@ void Tree::release() {
     m_strings.release();
     m_childLists.release();
     m_blocks.release();
+    m_lentBlocks.release();
     m_paths.release();
     m_items.release();
 }

@@ -61,28 +61,29 @@ public:
         return _findHashed(base, path, length, extendHash(start, path, length));
     }
 
-    // The child of parent that has the name of `like`, or null. Either looked for at the place hint
+    // Where a child is looked for first: a list of children, which may be an old one, and the place
+    // in it where the child is expected.
+    struct ChildHint {
+        ChildList* children = nullptr;
+        size_t place = 0;
+    };
+
+    // The child of parent that has the name of `like`, or null. Either looked for near the hint
     // alone, which moves on when it is there, or by the hash of its path.
-    Item* findChildLike(const Item* parent, const Item& like, size_t* hint) const {
-        const Value value = parent->read();
-        ChildList* children = _childrenOf(value);
-        if (!children || *hint >= children->size()) {
+    Item* findChildLike(const Item* parent, const Item& like, ChildHint* hint) const {
+        if (Item* child = _findNear(parent, like, hint)) [[likely]] {
+            return child;
+        }
+        ChildList* children = _childrenOf(parent->read());
+        if (children == hint->children) {
             return nullptr;
         }
-        Item* child = m_items.at(children->indexAt(*hint));
-        if (!child->hasNameOf(like) || child->parent() != parent) {
-            return nullptr;
-        }
-        ++*hint;
-        return child;
+        hint->children = children;
+        return _findNear(parent, like, hint);
     }
     Item* findChildLike(const Item* parent, const Item& like, uint32_t hash) const {
-        if (m_paths.isAbsent(hash)) {
-            return nullptr;
-        }
-        return m_paths.find(hash, [parent, &like](const Item* item) {
-            return item->parent() == parent && item->hasNameOf(like);
-        });
+        return _findChild(parent, hash,
+                          [&like](const Item* item) { return item->hasNameOf(like); });
     }
 
     size_t childCount(const Item* item) const {
@@ -108,6 +109,39 @@ public:
             }
         }
     }
+
+    // The children of a dictionary one after another, each as it is when its turn comes.
+    class ChildWalk {
+    public:
+        explicit ChildWalk(const Item* dictionary) : m_dictionary(dictionary) {
+            _lookAgain();
+        }
+
+        // Null past the end.
+        Item* next(const Tree& tree) {
+            for (;;) {
+                const bool exists = m_children && m_place < m_children->size();
+                const uint32_t index = exists ? m_children->indexAt(m_place) : ItemPool::kNoItem;
+                if (m_dictionary->head.load(std::memory_order_acquire) == m_head) [[likely]] {
+                    ++m_place;
+                    return exists ? tree.m_items.at(index) : nullptr;
+                }
+                _lookAgain();
+            }
+        }
+
+    private:
+        void _lookAgain() {
+            const Value value = m_dictionary->read();
+            m_head = value.head;
+            m_children = _childrenOf(value);
+        }
+
+        const Item* m_dictionary;
+        uint64_t m_head;       // the children are those of this version
+        ChildList* m_children; // null when there never were any
+        size_t m_place = 0;
+    };
 
     // Number of children when they are "0" to "n-1", in any order; 0 otherwise.
     size_t arrayLength(const Item* item) const;
@@ -138,7 +172,7 @@ public:
                 return;
             }
         }
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const std::lock_guard<ChangeMutex> lock(m_mutex);
         _setValue(item, type, payload);
     }
 
@@ -158,6 +192,22 @@ public:
     // Destroys the item and all below it.
     void destroy(Item* item);
 
+    // Memory for a while, out of blocks that are kept for use again; null when it is exhausted.
+    void* borrow(size_t bytes) {
+        const std::lock_guard<std::mutex> lock(m_lentMutex);
+        return m_lentBlocks.allocate(bytes);
+    }
+    void giveBack(void* memory) {
+        const std::lock_guard<std::mutex> lock(m_lentMutex);
+        m_lentBlocks.deallocate(memory);
+    }
+
+    // While it stays the same, no tree has changed its shape, and no item has become a dictionary
+    // or ceased to be one.
+    uint64_t changeCount() const {
+        return m_mutex.changeCount();
+    }
+
     StringStore& strings() const {
         return m_strings;
     }
@@ -166,6 +216,32 @@ public:
     void release();
 
 private:
+    // The mutex under which trees change. It counts when it is taken and when it is let go of, so
+    // the count also tells of a change that is under way.
+    class ChangeMutex {
+    public:
+        void lock() {
+            m_mutex.lock();
+            _count();
+        }
+        void unlock() {
+            _count();
+            m_mutex.unlock();
+        }
+        uint64_t changeCount() const {
+            return m_changeCount.load(std::memory_order_acquire);
+        }
+
+    private:
+        void _count() {
+            m_changeCount.store(m_changeCount.load(std::memory_order_relaxed) + 1,
+                                std::memory_order_release);
+        }
+
+        std::mutex m_mutex;
+        std::atomic<uint64_t> m_changeCount{0};
+    };
+
     // What a dictionary that has ever had children keeps of them; else null.
     static Branch* _branchOf(const Value& value) {
         return value.type() == ItemType::eDictionary ? value.branch() : nullptr;
@@ -216,6 +292,35 @@ private:
         return element && element->nameView() == name ? element : nullptr;
     }
 
+    // The child of that hash and name, or null.
+    Item* _findChild(const Item* parent, uint32_t hash, std::string_view name) const {
+        return _findChild(parent, hash, [name](const Item* i) { return i->nameView() == name; });
+    }
+    // The same for a child whose name hasName(child) confirms.
+    template <class HasName>
+    Item* _findChild(const Item* parent, uint32_t hash, HasName hasName) const {
+        if (m_paths.isAbsent(hash)) {
+            return nullptr;
+        }
+        return m_paths.find(hash, [parent, hasName](const Item* item) {
+            return item->parent() == parent && hasName(item);
+        });
+    }
+
+    // findChildLike() in the list that the hint has, whatever that list has become.
+    Item* _findNear(const Item* parent, const Item& like, ChildHint* hint) const {
+        constexpr size_t kReach = 2; // places: one child may be left out
+        const size_t size = hint->children ? hint->children->size() : 0;
+        for (size_t place = hint->place; place < size && place < hint->place + kReach; ++place) {
+            Item* child = m_items.at(hint->children->indexAt(place) & ~kNewMark);
+            if (child->hasNameOf(like) && child->parent() == parent) [[likely]] {
+                hint->place = place + 1;
+                return child;
+            }
+        }
+        return nullptr;
+    }
+
     // Everything below runs under m_mutex.
     void _setValue(Item* item, ItemType type, uint64_t payload);
     void _overwrite(Item* item, ItemType type, uint64_t payload);
@@ -226,6 +331,8 @@ private:
         uint64_t payload = 0;
     };
     static constexpr uint32_t kNoItem = ItemPool::kNoItem;
+    // Marks an index, of 31 bits, as that of a new item, in a list that is being put together.
+    static constexpr uint32_t kNewMark = 1u << 31;
 
     Item* _findOrCreate(Item* parent, std::string_view path, Content content, bool* isNew);
     Item* _createBelow(Item* anchor, std::string_view path, Content content);
@@ -236,6 +343,7 @@ private:
     Branch* _newBranch(Item* owner);
     void _freeBranch(Branch* branch);
     Branch* _roomForChild(Item* parent);
+    Branch* _makeRoomForChild(Item* parent, Branch* branch);
     static ChildList* _replaceChildren(Branch* branch, ChildList* children);
     void _attach(Item* parent, Branch* branch, uint32_t index);
     void _list(Branch* branch, uint32_t index);
@@ -254,12 +362,14 @@ private:
     uint32_t m_nextRootHash = 0;
     ChildListPool m_childLists;
     RecycledBlocks m_blocks; // branches and long names
-    std::mutex m_mutex;
+    std::mutex m_lentMutex;
+    RecycledBlocks m_lentBlocks; // of no kind: nobody looks at one that was given back
+    ChangeMutex m_mutex;
 };
 
 template <class PayloadAt>
 bool Tree::setArray(Item* item, size_t length, ItemType type, PayloadAt payloadAt) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<ChangeMutex> lock(m_mutex);
     if (!_arrangeElements(item, length, type)) {
         return false;
     }
