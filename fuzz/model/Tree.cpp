@@ -291,10 +291,18 @@ void Node::detach() {
 
 namespace {
 
-void mergeCopy(Node& base, const std::string& path, const Node& src, const Ask& ask) {
+// Values that dictionaries are to become when the merge is done.
+using LastWrites = std::vector<std::pair<Node*, Value>>;
+
+void mergeCopy(
+    Node& base, const std::string& path, const Node& src, const Ask& ask, LastWrites& lastWrites) {
     Node* dst = base.find(path);
     if (!dst || !dst->isDictionary() || !src.isDictionary()) {
         if (!ask(dst, src)) {
+            return;
+        }
+        if (dst && dst->isDictionary()) {
+            lastWrites.emplace_back(dst, src.value);
             return;
         }
         Node* const made = base.create(path, src.type());
@@ -306,14 +314,19 @@ void mergeCopy(Node& base, const std::string& path, const Node& src, const Ask& 
         }
     }
     for (const auto& child : src.children) {
-        mergeCopy(base, path.empty() ? child->name : path + "/" + child->name, *child, ask);
+        const std::string childPath = path.empty() ? child->name : path + "/" + child->name;
+        mergeCopy(base, childPath, *child, ask, lastWrites);
     }
 }
 
 } // namespace
 
 void merge(Node& base, const std::string& path, const Node& src, const Ask& ask) {
-    mergeCopy(base, path, *src.copy(), ask);
+    LastWrites lastWrites;
+    mergeCopy(base, path, *src.copy(), ask, lastWrites);
+    for (const auto& [node, value] : lastWrites) {
+        node->set(value);
+    }
 }
 
 } // namespace vorn::fuzz

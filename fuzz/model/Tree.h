@@ -82,8 +82,8 @@ Value neutralValue(ItemType type);
 // Asks with the destination, or null, and the source; true accepts.
 using Ask = std::function<bool(Node* dst, const Node& src)>;
 
-// Merges src, taken as it is now, into what is at path below base. At an impossible path it ends
-// with the first question.
+// Merges src, taken as it is now, into what is at path below base. Dictionaries become values when
+// all else is done. At an impossible path it ends with the first question.
 void merge(Node& base, const std::string& path, const Node& src, const Ask& ask);
 
 } // namespace vorn::fuzz

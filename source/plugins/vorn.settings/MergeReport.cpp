@@ -3,6 +3,7 @@
 
 #include "ChangeDispatch.h"
 
+#include <mutex>
 #include <utility>
 
 namespace vorn::settings {
@@ -14,6 +15,25 @@ using dictionary::ItemType;
 using dictionary::UpdateAction;
 
 constexpr size_t kUpdateTrackerReserve = 16;
+
+// The room of an earlier report for the next one: taking it anew would cost a merge a good part of
+// its time. Given up when it is large.
+constexpr size_t kMaxSpareRoom = 1u << 16;
+constinit std::mutex g_spareMutex;
+constinit std::vector<UpdatedItem> g_spareRoom;
+
+void takeSpareRoom(std::vector<UpdatedItem>& items) {
+    const std::lock_guard<std::mutex> lock(g_spareMutex);
+    items.swap(g_spareRoom);
+}
+
+void keepAsSpareRoom(std::vector<UpdatedItem>& items) {
+    items.clear();
+    const std::lock_guard<std::mutex> lock(g_spareMutex);
+    if (items.capacity() > g_spareRoom.capacity() && items.capacity() <= kMaxSpareRoom) {
+        items.swap(g_spareRoom);
+    }
+}
 
 // The report made last on this thread, or null. A plain pointer, as in ChangeDispatch.cpp.
 constinit thread_local MergeReport* t_innermostReport = nullptr;
@@ -51,6 +71,7 @@ MergeReport::MergeReport(const char* dstPath,
              {},      onUpdateItemFn ? onUpdateItemFn : dictionary::kUpdateItemOverwriteOriginal,
              userData},
       m_destinationPrefix(makeDestinationPrefix(dstPath)), m_outer(t_innermostReport) {
+    takeSpareRoom(m_data.updatedItems);
     m_data.updatedItems.reserve(kUpdateTrackerReserve);
     t_innermostReport = this;
     g_count.fetch_add(1, std::memory_order_relaxed);
@@ -59,6 +80,7 @@ MergeReport::MergeReport(const char* dstPath,
 MergeReport::~MergeReport() {
     g_count.fetch_sub(1, std::memory_order_relaxed);
     t_innermostReport = m_outer;
+    keepAsSpareRoom(m_data.updatedItems);
 }
 
 UpdateAction MergeReport::askAndRecord(const Item* dstItem,
@@ -73,19 +95,21 @@ UpdateAction MergeReport::askAndRecord(const Item* dstItem,
             _record(dstItem, srcItem);
         }
     }
+    if (isAnyoneSubscribed()) {
+        _composePaths(); // also when the callback subscribed and then refused the node
+    }
     return updateAction;
 }
 
 // Whether somebody is subscribed, or may be by the time of the events, because the caller's own
 // callback could subscribe.
-bool MergeReport::_isAwaited() const {
+inline bool MergeReport::_isAwaited() const {
     return isAnyoneSubscribed() ||
            m_data.onUpdateItemFn != dictionary::kUpdateItemOverwriteOriginal;
 }
 
 // Runs inside the dictionary service, which must not be left half-way: a failure waits for send.
-// While nobody is subscribed, paths wait until somebody is.
-void MergeReport::_record(const Item* dstItem, const Item* srcItem) {
+inline void MergeReport::_record(const Item* dstItem, const Item* srcItem) {
     if (m_failure) [[unlikely]] {
         return;
     }
@@ -94,13 +118,10 @@ void MergeReport::_record(const Item* dstItem, const Item* srcItem) {
     } catch (...) {
         m_failure = std::current_exception();
     }
-    if (isAnyoneSubscribed()) {
-        _composePaths();
-    }
 }
 
-// Of the nodes that a merge creates, while they still are where they were met. A failure waits for
-// send, as in _record.
+// Of the nodes that a merge creates. While nobody is subscribed paths wait until somebody is, but
+// not beyond the merge: it may replace what it read from. A failure waits for send, as in _record.
 void MergeReport::_composePaths() {
     try {
         while (m_data.updatedItemPaths.size() < m_data.updatedItems.size()) {
@@ -117,9 +138,6 @@ void MergeReport::_composePaths() {
 }
 
 void MergeReport::send() {
-    if (isAnyoneSubscribed()) {
-        _composePaths();
-    }
     if (m_failure) {
         std::rethrow_exception(m_failure);
     }
