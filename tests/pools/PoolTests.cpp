@@ -17,7 +17,7 @@ namespace {
 struct Heap {
     std::set<void*> live; // blocks not yet freed
     size_t requests = 0, lastRequest = 0;
-    bool failing = false; // whether malloc answers null
+    bool isFailing = false; // malloc answers null
 } g_heap;
 
 std::string g_logged;
@@ -35,7 +35,7 @@ void __real_free(void* data);
 void* __wrap_malloc(size_t size) {
     ++g_heap.requests;
     g_heap.lastRequest = size;
-    return g_heap.failing ? nullptr : *g_heap.live.insert(__real_malloc(size)).first;
+    return g_heap.isFailing ? nullptr : *g_heap.live.insert(__real_malloc(size)).first;
 }
 void __wrap_free(void* data) {
     g_heap.live.erase(data);
@@ -75,11 +75,11 @@ TEST_F(Pools, CarveAlignedElementsInAddressOrderBlockByBlock) {
         EXPECT_EQ(pool.getAlignment(), row.expectedAlignment);
         for (size_t block = 0; block < 3; ++block) {
             const Elements elements = take(pool, row.perBlock);
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(elements[0]) % row.expectedAlignment, 0u);
+            EXPECT_EQ(g_heap.lastRequest, row.expectedSize * row.perBlock + row.header);
             for (size_t i = 0; i < elements.size(); ++i) {
                 ASSERT_EQ(elements[i], elements[0] + i * row.expectedSize);
             }
-            EXPECT_EQ(reinterpret_cast<uintptr_t>(elements[0]) % row.expectedAlignment, 0u);
-            EXPECT_EQ(g_heap.lastRequest, row.expectedSize * row.perBlock + row.header);
         }
     }
 }
@@ -93,9 +93,9 @@ TEST_F(Pools, HandOutWhatWasGivenBackLastInFirstOutBeforeFreshMemory) {
     pool.deallocate(elements[1]);
     pool.deallocate(nullptr);
     EXPECT_EQ(take(pool, 3), (Elements{elements[1], elements[0], elements[2] + 16}));
-    g_heap.failing = true; // a failed request changes nothing and is tried again
+    g_heap.isFailing = true; // a failed request changes nothing and is tried again
     EXPECT_EQ(take(pool, 2), Elements(2, nullptr));
-    g_heap.failing = false;
+    g_heap.isFailing = false;
     EXPECT_NE(pool.allocate(), nullptr);
 }
 
@@ -142,7 +142,7 @@ TEST_F(Pools, WhatCannotBeServedIsLoggedAndChangesNothing) {
     expectFailure(multi.allocate(kRefused));
     expectFailure(multi.allocateAligned(SIZE_MAX - 64, 64));
     EXPECT_EQ(g_heap.requests, 0u);
-    g_heap.failing = true;
+    g_heap.isFailing = true;
     expectFailure(multi.allocate(kRefused - 1));
     EXPECT_EQ(g_heap.lastRequest, 0xFFFFFFFFu);
 }
@@ -150,20 +150,22 @@ TEST_F(Pools, WhatCannotBeServedIsLoggedAndChangesNothing) {
 TEST_F(Pools, LiveChunksAreAlignedAndKeepTheirContents) {
     std::mt19937 random(20);
     std::map<char*, std::string> live; // by address
-    for (int step = 0; step < 50000 || !live.empty(); ++step) {
-        if (step >= 50000 || live.size() > 500 || (!live.empty() && random() % 5 < 2)) {
-            const auto it = std::next(live.begin(), random() % live.size());
-            ASSERT_EQ(std::string(it->first, it->second.size()), it->second);
-            multi.deallocate(it->first);
-            live.erase(it);
-            continue;
-        }
+    for (int step = 0; step < 50000; ++step) {
         const std::string contents(random() % 700, static_cast<char>(step));
         const size_t alignment = size_t{1} << random() % 14;
         char* memory = static_cast<char*>(multi.allocateAligned(contents.size(), alignment));
         ASSERT_EQ(reinterpret_cast<uintptr_t>(memory) % std::max<size_t>(alignment, 8), 0u);
         contents.copy(memory, contents.size());
         ASSERT_TRUE(live.emplace(memory, contents).second);
+        while (live.size() > random() % 500) {
+            const auto it = std::next(live.begin(), random() % live.size());
+            ASSERT_EQ(std::string(it->first, it->second.size()), it->second);
+            multi.deallocate(it->first);
+            live.erase(it);
+        }
+    }
+    for (const auto& [chunk, contents] : live) {
+        multi.deallocate(chunk);
     }
 }
 

@@ -41,6 +41,14 @@ struct Unrecorded {
     }
 };
 
+inline std::string join(const Lines& lines, const char* separator) {
+    std::string text;
+    for (const std::string& line : lines) {
+        text += (&line == lines.data() ? "" : separator) + line;
+    }
+    return text;
+}
+
 inline std::string show(InterfaceDesc desc) {
     return std::string(desc.name) + " " + std::to_string(desc.version.major) + "." +
            std::to_string(desc.version.minor);

@@ -1,7 +1,5 @@
 #include "RecordingDictionary.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -12,78 +10,46 @@ namespace foreign {
 
 RecordingDictionary g_recorder;
 
-namespace {
-
-struct Node {
+struct Item {
     std::string name;
-    ItemType type;
-    Node* parent;
-    int64_t integer = 0; // a bool's too
-    double number = 0;
-    std::string text;
-    std::vector<std::unique_ptr<Node>> children;
+    Item* parent;
+    ItemType type = eDictionary;
+    std::string text; // of the value
+    std::vector<std::unique_ptr<Item>> children;
 
-    Node(std::string_view nodeName, ItemType nodeType, Node* nodeParent)
-        : name(nodeName), type(nodeType), parent(nodeParent) {
+    Item(std::string_view itemName, Item* itemParent) : name(itemName), parent(itemParent) {
         g_recorder.items.insert(this);
-        g_recorder.lastRoot = parent ? g_recorder.lastRoot : reinterpret_cast<Item*>(this);
+        g_recorder.lastRoot = parent ? g_recorder.lastRoot : this;
     }
-    ~Node() {
+    ~Item() {
         g_recorder.items.erase(this);
     }
 };
 
-[[noreturn]] void refuse(const char* what) {
-    fprintf(stderr, "the store misused the dictionary service: %s\n", what);
+namespace {
+
+[[noreturn]] void refuse(const std::string& what) {
+    fprintf(stderr, "the store misused the dictionary service: %s\n", what.c_str());
     abort();
 }
 
-Node* toNode(const Item* item) {
+Item* alive(const Item* item) {
     if (!g_recorder.items.count(item)) {
         refuse(item ? "item that was destroyed" : "null item");
     }
-    return reinterpret_cast<Node*>(const_cast<Item*>(item));
-}
-
-Item* toItem(Node* node) {
-    return reinterpret_cast<Item*>(node);
+    return const_cast<Item*>(item);
 }
 
 // -- what was called
 
-template <class T>
-std::string show(T value) {
-    if constexpr (std::is_convertible_v<T, const Item*>) {
-        return describe(RecordingDictionary::kTable, value);
-    } else if constexpr (std::is_same_v<T, const char*>) {
-        return value ? "'" + std::string(value) + "'" : "null";
-    } else if constexpr (std::is_same_v<T, OnUpdate>) {
-        return value ? "callback" : "null";
-    } else if constexpr (std::is_same_v<T, void*>) {
-        return value ? "data" : "null";
-    } else if constexpr (std::is_same_v<T, ItemType>) {
-        const char* const names[] = {"bool", "int", "float", "string", "dictionary", "count"};
-        return names[value];
-    } else {
-        return testing::PrintToString(value);
-    }
-}
-
 template <class... Arguments>
-void note(const char* slot, Arguments... arguments) {
-    if (g_host.pauseDepth == 0) {
-        std::string line = slot;
-        const char* separator = "(";
-        ((line += separator + show(arguments), separator = ", "), ...);
-        g_host.calls.push_back(line + ")");
-    }
+std::string showAll(Arguments... arguments) {
+    return join({show(arguments)...}, ", ");
 }
 
-Item* noteResult(Node* result) {
-    if (g_host.pauseDepth == 0) {
-        g_host.calls.back() += " -> " + show(toItem(result));
-    }
-    return toItem(result);
+template <class T>
+std::string showAll(Item* item, const T* array, size_t length) {
+    return showAll(item, std::vector<T>(array, array + length));
 }
 
 // -- the tree
@@ -94,7 +60,7 @@ std::pair<std::string_view, std::string_view> cut(std::string_view path) {
     return {path.substr(0, slash), path.substr(std::min(slash + 1, path.size()))};
 }
 
-Node* findChild(Node* parent, std::string_view name) {
+Item* findChild(Item* parent, std::string_view name) {
     for (auto& child : parent->children) {
         if (child->name == name && !name.empty()) {
             return child.get();
@@ -103,55 +69,41 @@ Node* findChild(Node* parent, std::string_view name) {
     return nullptr;
 }
 
-Node* find(Node* base, std::string_view path) {
+Item* find(Item* base, std::string_view path) {
     const auto [name, rest] = cut(path);
     return !base || path.empty() ? base : find(findChild(base, name), rest);
 }
 
-Node* addChild(Node* parent, std::string_view name, ItemType type) {
-    return parent->children.emplace_back(std::make_unique<Node>(name, type, parent)).get();
+Item* addChild(Item* parent, std::string_view name) {
+    return parent->children.emplace_back(std::make_unique<Item>(name, parent)).get();
 }
 
-Node* create(Node* parent, std::string_view path, ItemType type) {
+Item* create(Item* parent, std::string_view path, ItemType type) {
     const auto [name, rest] = cut(path);
     if (path.empty()) {
         parent->type = type;
         return parent;
     }
-    Node* child = findChild(parent, name);
-    return create(child ? child : addChild(parent, name, eDictionary), rest, type);
+    Item* child = findChild(parent, name);
+    return create(child ? child : addChild(parent, name), rest, type);
 }
 
-void makeValue(Node* node, ItemType type) {
-    node->type = type;
-    node->children.clear();
-}
-
-template <class T>
-void store(Node* node, T value) {
-    if constexpr (std::is_same_v<T, const char*>) {
-        makeValue(node, eString);
-        node->text = value ? value : "";
-    } else {
-        makeValue(node, std::is_same_v<T, bool> ? eBool : std::is_integral_v<T> ? eInt : eFloat);
-        node->integer = static_cast<int64_t>(value);
-        node->number = static_cast<double>(value);
-    }
+void store(Item* item, ItemType type, const std::string& text) {
+    item->type = type;
+    item->text = text;
+    item->children.clear();
 }
 
 // Asks for values, and for dictionaries that the destination lacks or holds as a value.
 void merge(
-    Node* base, const std::string& path, Node* dst, Node* src, OnUpdate onUpdate, void* userData) {
-    if (!dst || dst->type != eDictionary || src->type != eDictionary) {
-        const ItemType dstType = dst ? dst->type : eCount;
-        if (onUpdate(toItem(dst), dstType, toItem(src), src->type, userData) != eOverwrite) {
+    Item* base, const std::string& path, Item* dst, Item* src, OnUpdate onUpdate, void* userData) {
+    const ItemType dstType = dst ? dst->type : eCount, srcType = src->type;
+    if (dstType != eDictionary || srcType != eDictionary) {
+        if (onUpdate(dst, dstType, src, srcType, userData) != eOverwrite) {
             return;
         }
-        dst = dst ? dst : create(base, path, src->type);
-        makeValue(dst, src->type);
-        dst->integer = src->integer;
-        dst->number = src->number;
-        dst->text = src->text;
+        dst = dst ? dst : create(base, path, srcType);
+        store(dst, srcType, src->text);
     }
     for (auto& child : src->children) {
         const std::string childPath = path.empty() ? child->name : path + "/" + child->name;
@@ -159,28 +111,11 @@ void merge(
     }
 }
 
-const char* makeBuffer(const Node& node) {
-    const std::string text = node.type == eString ? node.text : show(node.integer);
-    const char* buffer = node.type == eDictionary ? nullptr : strdup(text.c_str());
-    if (buffer) {
-        g_recorder.buffers.insert(buffer);
-    }
-    return buffer;
-}
-
-// -- slots, each under its own name
-
-template <size_t size> // a text as template argument
-struct SlotName {
-    char text[size];
-    constexpr SlotName(const char (&name)[size]) {
-        std::copy_n(name, size, text);
-    }
-};
+// -- slots
 
 template <size_t number>
 void never() {
-    refuse(("slot " + std::to_string(number)).c_str());
+    refuse("slot " + std::to_string(number));
 }
 
 template <size_t... numbers>
@@ -191,113 +126,122 @@ IDictionary makeRefusingTable(std::index_sequence<numbers...>) {
     return table;
 }
 
-template <SlotName slot, class T>
-T* lookUp(T* base, const char* path) {
-    note(slot.text, base, path);
-    return noteResult(base ? find(toNode(base), path ? path : "") : nullptr);
-}
-
-template <SlotName slot, auto read>
-auto get(const Item* item) {
-    note(slot.text, item);
-    return read(*toNode(item));
-}
-
-template <SlotName slot, class T>
-void set(Item* item, T value) {
-    note(slot.text, item, value);
-    store(toNode(item), value);
-}
-
-template <SlotName slot, class T>
-void setArray(Item* item, const T* array, size_t length) {
-    std::string line = std::string(slot.text) + "(" + show(item) + ", [";
-    makeValue(toNode(item), eDictionary);
-    for (size_t i = 0; i < length; ++i) {
-        line += (i ? ", " : "") + show(array[i]);
-        store(addChild(toNode(item), std::to_string(i), eInt), array[i]);
+// Writes the call down before it is carried out, and the item that comes of it afterwards.
+template <class Act, class... Arguments>
+auto record(const char* slot, Act act, Arguments... arguments) {
+    if (g_host.pauseDepth == 0) {
+        g_host.calls.push_back(slot + ("(" + showAll(arguments...) + ")"));
     }
-    g_host.calls.push_back(line + "])");
+    if constexpr (std::is_convertible_v<decltype(act(arguments...)), const Item*>) {
+        const auto result = act(arguments...);
+        if (g_host.pauseDepth == 0) {
+            g_host.calls.back() += " -> " + show(result);
+        }
+        return result;
+    } else {
+        return act(arguments...);
+    }
+}
+
+#define SLOT(name, ...)                                                                            \
+    table.name = [](auto... arguments) { return record(#name, __VA_ARGS__, arguments...); }
+
+template <class T>
+T* lookUp(T* base, const char* path) {
+    return base ? find(alive(base), path ? path : "") : nullptr;
+}
+
+template <class T>
+void set(Item* item, T value) {
+    const auto type = std::is_same_v<T, bool> ? eBool : std::is_integral_v<T> ? eInt : eFloat;
+    store(alive(item), type, show(value));
+}
+
+void set(Item* item, const char* value) {
+    store(alive(item), eString, value ? value : "");
+}
+
+template <class T>
+void setArray(Item* item, const T* array, size_t length) {
+    store(alive(item), eDictionary, "");
+    for (size_t i = 0; i < length; ++i) {
+        set(addChild(item, std::to_string(i)), array[i]);
+    }
 }
 
 } // namespace
 
 void RecordingDictionary::addChild(Item* parent, const char* name, int64_t value) {
-    store(foreign::addChild(toNode(parent), name, eInt), value);
+    set(foreign::addChild(alive(parent), name), value);
 }
 
 const IDictionary RecordingDictionary::kTable = [] {
     IDictionary table = makeRefusingTable(std::make_index_sequence<52>());
-    table.getItem = lookUp<"getItem">;
-    table.getItemMutable = lookUp<"getItemMutable">;
-    table.getItemChildCount = get<"getItemChildCount", [](auto& n) {
-        return n.children.size() + g_recorder.missingChildren;
-    }>;
-    table.getItemChildByIndex = [](const Item* item, size_t index) -> const Item* {
-        note("getItemChildByIndex", item, index);
-        auto& children = toNode(item)->children;
-        return noteResult(index < children.size() ? children[index].get() : nullptr);
-    };
-    table.getItemParent =
-        get<"getItemParent", [](auto& n) -> const Item* { return toItem(n.parent); }>;
-    table.getItemType = [](const Item* item) {
-        note("getItemType", item);
-        return item ? toNode(item)->type : eCount;
-    };
-    table.getItemName = get<"getItemName", [](auto& n) { return n.name.c_str(); }>;
-    table.createItem = [](Item* parent, const char* path, ItemType type) {
-        note("createItem", parent, path, type);
-        return noteResult(g_recorder.isCreateFailing ? nullptr
-                          : parent                   ? create(toNode(parent), path, type)
-                                                     : new Node(path, type, nullptr));
-    };
-    table.isAccessibleAs = [](ItemType type, const Item* item) {
-        note("isAccessibleAs", type, item);
-        const ItemType own = item ? toNode(item)->type : eCount;
+    SLOT(getItem, lookUp<const Item>);
+    SLOT(getItemMutable, lookUp<Item>);
+    SLOT(getItemChildCount,
+         [](auto* item) { return alive(item)->children.size() + g_recorder.missingChildren; });
+    SLOT(getItemChildByIndex, [](auto* item, size_t index) -> const Item* {
+        return index < alive(item)->children.size() ? item->children[index].get() : nullptr;
+    });
+    SLOT(getItemParent, [](auto* item) -> const Item* { return alive(item)->parent; });
+    SLOT(getItemType, [](auto* item) { return item ? alive(item)->type : eCount; });
+    SLOT(getItemName, [](auto* item) { return alive(item)->name.c_str(); });
+    SLOT(createItem, [](Item* parent, const char* path, ItemType type) -> Item* {
+        if (g_recorder.isCreateFailing) {
+            return nullptr;
+        }
+        return parent ? create(alive(parent), path, type) : new Item(path, nullptr);
+    });
+    SLOT(isAccessibleAs, [](ItemType type, const Item* item) {
+        const ItemType own = item ? alive(item)->type : eCount;
         return own == type || (own < eString && type <= eString);
-    };
-    table.getAsInt64 = get<"getAsInt64", [](auto& n) { return n.integer; }>;
-    table.setInt64 = set<"setInt64">;
-    table.getAsFloat64 = get<"getAsFloat64", [](auto& n) { return n.number; }>;
-    table.setFloat64 = set<"setFloat64">;
-    table.getAsBool = get<"getAsBool", [](auto& n) { return n.number != 0; }>;
-    table.setBool = set<"setBool">;
-    table.createStringBufferFromItemValue = get<"createStringBufferFromItemValue", makeBuffer>;
-    table.getStringBuffer = get<"getStringBuffer", [](auto& n) { return n.text.c_str(); }>;
-    table.setString = set<"setString">;
-    table.getPreferredArrayType = get<"getPreferredArrayType", [](auto&) { return eInt; }>;
-    table.setInt64Array = setArray<"setInt64Array">;
-    table.setIntArray = setArray<"setIntArray">;
-    table.setFloat64Array = setArray<"setFloat64Array">;
-    table.setFloatArray = setArray<"setFloatArray">;
-    table.setBoolArray = setArray<"setBoolArray">;
-    table.setStringArray = setArray<"setStringArray">;
-    table.update = [](Item* dst, const char* dstPath, const Item* src, const char* srcPath,
-                      OnUpdate onUpdate, void* userData) {
-        note("update", dst, dstPath, src, srcPath, onUpdate, userData);
+    });
+    SLOT(getAsInt64,
+         [](auto* item) { return int64_t{strtoll(alive(item)->text.c_str(), nullptr, 10)}; });
+    SLOT(setInt64, set<int64_t>);
+    SLOT(getAsFloat64, [](auto* item) { return strtod(alive(item)->text.c_str(), nullptr); });
+    SLOT(setFloat64, set<double>);
+    SLOT(getAsBool, [](auto* item) { return alive(item)->text == "true"; });
+    SLOT(setBool, set<bool>);
+    SLOT(createStringBufferFromItemValue, [](auto* item) -> const char* {
+        if (alive(item)->type == eDictionary) {
+            return nullptr;
+        }
+        const char* buffer = strdup(item->text.c_str());
+        g_recorder.buffers.insert(buffer);
+        return buffer;
+    });
+    SLOT(getStringBuffer, [](auto* item) { return alive(item)->text.c_str(); });
+    SLOT(setString, [](auto* item, auto* value) { set(item, value); });
+    SLOT(getPreferredArrayType, [](auto*) { return eInt; });
+    SLOT(setInt64Array, setArray<int64_t>);
+    SLOT(setIntArray, setArray<int32_t>);
+    SLOT(setFloat64Array, setArray<double>);
+    SLOT(setFloatArray, setArray<float>);
+    SLOT(setBoolArray, setArray<bool>);
+    SLOT(setStringArray, setArray<const char*>);
+    SLOT(update, [](Item* dst, const char* dstPath, const Item* src, const char* srcPath,
+                    OnUpdate onUpdate, void* userData) {
         std::string path = dstPath ? dstPath : "";
         path.erase(path.find_last_not_of('/') + 1);
-        if (Node* source = src ? find(toNode(src), srcPath ? srcPath : "") : nullptr) {
-            Node* base = toNode(dst);
-            merge(base, path, find(base, path), source, onUpdate, userData);
+        if (const Item* source = lookUp(src, srcPath)) {
+            merge(alive(dst), path, find(dst, path), alive(source), onUpdate, userData);
         }
-    };
-    table.destroyItem = [](Item* item) {
-        note("destroyItem", item);
-        Node* node = toNode(item);
-        if (!node->parent) {
-            delete node;
+    });
+    SLOT(destroyItem, [](Item* item) {
+        if (!alive(item)->parent) {
+            delete item;
             return;
         }
-        std::erase_if(node->parent->children, [&](auto& c) { return c.get() == node; });
-    };
-    table.destroyStringBuffer = [](const char* buffer) {
-        note("destroyStringBuffer", buffer);
+        std::erase_if(item->parent->children, [&](auto& child) { return child.get() == item; });
+    });
+    SLOT(destroyStringBuffer, [](const char* buffer) {
         if (buffer && !g_recorder.buffers.erase(buffer)) {
             refuse("buffer that it did not make");
         }
         free(const_cast<char*>(buffer));
-    };
+    });
     return table;
 }();
 

@@ -5,6 +5,9 @@
 
 #include "Host.h"
 
+#include <gtest/gtest.h>
+
+#include <type_traits>
 #include <unordered_set>
 
 namespace foreign {
@@ -21,5 +24,24 @@ struct RecordingDictionary {
     void addChild(Item* parent, const char* name, int64_t value);
 };
 extern RecordingDictionary g_recorder;
+
+// An argument or a result as text.
+template <class T>
+std::string show(T value) {
+    if constexpr (std::is_convertible_v<T, const Item*>) {
+        return describe(*g_host.dictionary, value);
+    } else if constexpr (std::is_same_v<T, const char*>) {
+        return value ? "'" + std::string(value) + "'" : "null";
+    } else if constexpr (std::is_same_v<T, OnUpdate>) {
+        return value ? "callback" : "null";
+    } else if constexpr (std::is_same_v<T, void*>) {
+        return value ? "data" : "null";
+    } else if constexpr (std::is_same_v<T, ItemType>) {
+        const char* const names[] = {"bool", "int", "float", "string", "dictionary", "count"};
+        return names[value];
+    } else {
+        return testing::PrintToString(value);
+    }
+}
 
 } // namespace foreign

@@ -59,7 +59,46 @@ struct Logging {
     void (*unregisterSource)(const char* source);
 };
 
-struct IDictionary {
+// What both tables have in one piece: Get is what they read values of, Set what they write them to.
+template <class Get, class Set>
+struct Values {
+    int64_t (*getAsInt64)(Get);
+    void (*setInt64)(Set, int64_t);
+    double (*getAsFloat64)(Get);
+    void (*setFloat64)(Set, double);
+    bool (*getAsBool)(Get);
+    void (*setBool)(Set, bool);
+    const char* (*createStringBufferFromItemValue)(Get);
+    const char* (*getStringBuffer)(Get);
+    void (*setString)(Set, const char*);
+    bool (*isAccessibleAsArray)(Get);
+    bool (*isAccessibleAsArrayOf)(ItemType, Get);
+    size_t (*getArrayLength)(Get);
+    ItemType (*getPreferredArrayType)(Get);
+    int64_t (*getAsInt64At)(Get, size_t index);
+    void (*setInt64At)(Set, size_t index, int64_t);
+    void (*getAsInt64Array)(Get, int64_t*, size_t);
+    void (*setInt64Array)(Set, const int64_t*, size_t);
+    void (*getAsIntArray)(Get, int32_t*, size_t);
+    void (*setIntArray)(Set, const int32_t*, size_t);
+    double (*getAsFloat64At)(Get, size_t index);
+    void (*setFloat64At)(Set, size_t index, double);
+    void (*getAsFloat64Array)(Get, double*, size_t);
+    void (*setFloat64Array)(Set, const double*, size_t);
+    void (*getAsFloatArray)(Get, float*, size_t);
+    void (*setFloatArray)(Set, const float*, size_t);
+    bool (*getAsBoolAt)(Get, size_t index);
+    void (*setBoolAt)(Set, size_t index, bool);
+    void (*getAsBoolArray)(Get, bool*, size_t);
+    void (*setBoolArray)(Set, const bool*, size_t);
+    const char* (*createStringBufferFromItemValueAt)(Get, size_t index);
+    const char* (*getStringBufferAt)(Get, size_t index);
+    void (*setStringAt)(Set, size_t index, const char*);
+    void (*getStringBufferArray)(Get, const char**, size_t);
+    void (*setStringArray)(Set, const char* const*, size_t);
+};
+
+struct DictionaryItems {
     const Item* (*getItem)(const Item* base, const char* path);
     Item* (*getItemMutable)(Item* base, const char* path);
     size_t (*getItemChildCount)(const Item*);
@@ -72,73 +111,22 @@ struct IDictionary {
     const char* (*getItemName)(const Item*);
     Item* (*createItem)(Item* parent, const char* path, ItemType);
     bool (*isAccessibleAs)(ItemType, const Item*);
-    int64_t (*getAsInt64)(const Item*);
-    void (*setInt64)(Item*, int64_t);
-    double (*getAsFloat64)(const Item*);
-    void (*setFloat64)(Item*, double);
-    bool (*getAsBool)(const Item*);
-    void (*setBool)(Item*, bool);
-    const char* (*createStringBufferFromItemValue)(const Item*);
-    const char* (*getStringBuffer)(const Item*);
-    void (*setString)(Item*, const char*);
-    Slot isAccessibleAsArray, isAccessibleAsArrayOf, getArrayLength;
-    ItemType (*getPreferredArrayType)(const Item*);
-    Slot getAsInt64At, setInt64At, getAsInt64Array;
-    void (*setInt64Array)(Item*, const int64_t*, size_t);
-    Slot getAsIntArray;
-    void (*setIntArray)(Item*, const int32_t*, size_t);
-    Slot getAsFloat64At, setFloat64At, getAsFloat64Array;
-    void (*setFloat64Array)(Item*, const double*, size_t);
-    Slot getAsFloatArray;
-    void (*setFloatArray)(Item*, const float*, size_t);
-    Slot getAsBoolAt, setBoolAt, getAsBoolArray;
-    void (*setBoolArray)(Item*, const bool*, size_t);
-    Slot createStringBufferFromItemValueAt, getStringBufferAt, setStringAt, getStringBufferArray;
-    void (*setStringArray)(Item*, const char* const*, size_t);
+};
+
+struct IDictionary : DictionaryItems, Values<const Item*, Item*> {
     Slot getItemAt, getItemAtMutable, getItemArray;
     void (*update)(Item* dst, const char*, const Item* src, const char*, OnUpdate, void*);
     void (*destroyItem)(Item*);
     void (*destroyStringBuffer)(const char*);
 };
 
-struct ISettings {
+struct SettingsTypes {
     ItemType (*getItemType)(const char* path);
     bool (*isAccessibleAs)(ItemType, const char* path);
     void (*setDictionary)(const char* path);
-    int64_t (*getAsInt64)(const char* path);
-    void (*setInt64)(const char* path, int64_t);
-    double (*getAsFloat64)(const char* path);
-    void (*setFloat64)(const char* path, double);
-    bool (*getAsBool)(const char* path);
-    void (*setBool)(const char* path, bool);
-    const char* (*createStringBufferFromItemValue)(const char* path);
-    const char* (*getStringBuffer)(const char* path);
-    void (*setString)(const char* path, const char*);
-    bool (*isAccessibleAsArray)(const char* path);
-    bool (*isAccessibleAsArrayOf)(ItemType, const char* path);
-    size_t (*getArrayLength)(const char* path);
-    ItemType (*getPreferredArrayType)(const char* path);
-    int64_t (*getAsInt64At)(const char* path, size_t index);
-    void (*setInt64At)(const char* path, size_t index, int64_t);
-    void (*getAsInt64Array)(const char* path, int64_t*, size_t);
-    void (*setInt64Array)(const char* path, const int64_t*, size_t);
-    void (*getAsIntArray)(const char* path, int32_t*, size_t);
-    void (*setIntArray)(const char* path, const int32_t*, size_t);
-    double (*getAsFloat64At)(const char* path, size_t index);
-    void (*setFloat64At)(const char* path, size_t index, double);
-    void (*getAsFloat64Array)(const char* path, double*, size_t);
-    void (*setFloat64Array)(const char* path, const double*, size_t);
-    void (*getAsFloatArray)(const char* path, float*, size_t);
-    void (*setFloatArray)(const char* path, const float*, size_t);
-    bool (*getAsBoolAt)(const char* path, size_t index);
-    void (*setBoolAt)(const char* path, size_t index, bool);
-    void (*getAsBoolArray)(const char* path, bool*, size_t);
-    void (*setBoolArray)(const char* path, const bool*, size_t);
-    const char* (*createStringBufferFromItemValueAt)(const char* path, size_t index);
-    const char* (*getStringBufferAt)(const char* path, size_t index);
-    void (*setStringAt)(const char* path, size_t index, const char*);
-    void (*getStringBufferArray)(const char* path, const char**, size_t);
-    void (*setStringArray)(const char* path, const char* const*, size_t);
+};
+
+struct ISettings : SettingsTypes, Values<const char*, const char*> {
     Transaction* (*createTransaction)();
     void (*destroyTransaction)(Transaction*);
     void (*commitTransaction)(Transaction*);
@@ -158,8 +146,8 @@ struct ISettings {
 };
 
 static_assert(sizeof(Framework) == 26 * sizeof(Slot) && sizeof(Logging) == 15 * sizeof(Slot));
+static_assert(sizeof(DictionaryItems) == 12 * sizeof(Slot) &&
+              sizeof(SettingsTypes) == 3 * sizeof(Slot));
 static_assert(sizeof(IDictionary) == 52 * sizeof(Slot) && sizeof(ISettings) == 53 * sizeof(Slot));
-static_assert(offsetof(IDictionary, getPreferredArrayType) == 24 * sizeof(Slot));
-static_assert(offsetof(IDictionary, setStringArray) == 45 * sizeof(Slot));
 
 } // namespace foreign

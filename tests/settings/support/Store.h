@@ -12,75 +12,53 @@
 
 namespace foreign {
 
-constexpr const char* kSettingsPlugin = "libvorn.settings.plugin.so";
-
 inline UpdateAction overwrite(const Item*, ItemType, const Item*, ItemType, void*) {
     return eOverwrite;
-}
-
-// A result as text.
-template <class T>
-std::string text(T value) {
-    if constexpr (std::is_same_v<T, const char*>) {
-        return value ? value : "null";
-    } else {
-        return testing::PrintToString(value);
-    }
 }
 
 class Store : public testing::Test {
 protected:
     using Action = std::function<void()>;
-    using Values = std::vector<std::pair<const char*, int64_t>>;
+    using Values = std::vector<std::pair<std::string, int64_t>>;
+
+    virtual bool isOwnDictionary() const {
+        return false;
+    }
 
     // Loads the dictionary service and the plugin, and registers the plugin.
-    void load(bool isOwnDictionary = false) {
+    void load() {
         g_host.dictionary = &RecordingDictionary::kTable;
-        if (isOwnDictionary) {
+        if (isOwnDictionary()) {
             RegistryEntry dictionaryEntry{};
             m_dictionaryPlugin.load("libvorn.dictionary.plugin.so");
             m_dictionaryPlugin.registerPlugin(&g_framework, &dictionaryEntry);
             m_dictionaryPlugin.startup();
-            g_host.dictionary = static_cast<const IDictionary*>(dictionaryEntry.interfaces[0].ptr);
+            g_host.dictionary = static_cast<const IDictionary*>(dictionaryEntry.interfaces->ptr);
         }
         dictionary = g_host.dictionary;
-        plugin.load(kSettingsPlugin);
+        plugin.load("libvorn.settings.plugin.so");
         plugin.registerPlugin(&g_framework, &entry);
-        settings = static_cast<const ISettings*>(entry.interfaces[0].ptr);
-    }
-    void startup() {
-        plugin.startup();
-        m_isStarted = true;
-    }
-    void shutdown() {
-        if (std::exchange(m_isStarted, false)) {
-            plugin.shutdown();
-        }
+        settings = static_cast<const ISettings*>(entry.interfaces->ptr);
     }
     void restart() {
-        shutdown();
-        startup();
-    }
-    void unload() {
-        shutdown();
-        plugin.unload();
-    }
-    void begin(bool isOwnDictionary) {
-        load(isOwnDictionary);
-        startup();
-        pushLogLevel(-2);
+        plugin.shutdown();
+        plugin.startup();
     }
 
+    void SetUp() override {
+        load();
+        plugin.startup();
+        pushLogLevel(-2);
+    }
     // Nothing of the store stays behind in the service.
     void TearDown() override {
-        if (plugin.library) {
-            unload();
-        }
+        plugin.shutdown();
+        plugin.unload();
         for (Item* root : m_roots) {
             dictionary->destroyItem(root);
         }
         EXPECT_EQ(g_recorder.items.size() + g_recorder.buffers.size(), 0u);
-        if (m_dictionaryPlugin.library) {
+        if (isOwnDictionary()) {
             m_dictionaryPlugin.shutdown();
             m_dictionaryPlugin.unload();
         }
@@ -91,16 +69,15 @@ protected:
     // Subscribe under a label; then runs inside the callback. Events read "N /a" for nodes and
     // "T /a:/a/b" for trees, with "-" before a node that is being destroyed.
     SubscriptionId* onNode(const std::string& path, const char* label, Action then = {}) {
-        const auto callback = [](const Item* changed, ChangeEvent event, void* userData) {
-            static_cast<Subscriber*>(userData)->hear("", changed, event);
+        const auto callback = [](const Item* changed, ChangeEvent event, void* subscriber) {
+            static_cast<Subscriber*>(subscriber)->hear("", changed, event);
         };
         return settings->subscribeToNodeChangeEvents(path.c_str(), callback, add(label, then));
     }
     SubscriptionId* onTree(const std::string& path, const char* label, Action then = {}) {
-        const auto callback = [](auto* tree, auto* changed, ChangeEvent event, void* userData) {
-            auto& subscriber = *static_cast<Subscriber*>(userData);
-            const std::string subtree = describe(*subscriber.store->dictionary, tree) + ":";
-            subscriber.hear(subtree, changed, event);
+        const auto callback = [](auto* tree, auto* changed, ChangeEvent event, void* subscriber) {
+            const std::string subtree = describe(*g_host.dictionary, tree) + ":";
+            static_cast<Subscriber*>(subscriber)->hear(subtree, changed, event);
         };
         return settings->subscribeToTreeChangeEvents(path.c_str(), callback, add(label, then));
     }
@@ -116,20 +93,13 @@ protected:
 
     // What came since the last call.
     std::string takeEvents() {
-        return join(m_events, ", ");
+        return join(std::exchange(m_events, {}), ", ");
     }
     std::string takeCalls() {
-        return join(g_host.calls, "\n");
+        return join(std::exchange(g_host.calls, {}), "\n");
     }
     std::string takeLog() { // "level text"
-        return join(g_host.log, "\n");
-    }
-    static std::string join(Lines& lines, const char* separator) {
-        std::string text;
-        for (const std::string& line : std::exchange(lines, {})) {
-            text += (text.empty() ? "" : separator) + line;
-        }
-        return text;
+        return join(std::exchange(g_host.log, {}), "\n");
     }
     void pushLogLevel(int32_t level) {
         g_host.sources.at(kSettingsName)(level);
@@ -140,7 +110,7 @@ protected:
         const Unrecorded pause;
         Item* source = dictionary->createItem(nullptr, "<source>", eDictionary);
         for (const auto& [path, value] : values) {
-            dictionary->setInt64(dictionary->createItem(source, path, eInt), value);
+            dictionary->setInt64(dictionary->createItem(source, path.c_str(), eInt), value);
         }
         return own(source);
     }
@@ -153,19 +123,18 @@ protected:
         const Unrecorded pause;
         return const_cast<Item*>(settings->getSettingsDictionary(path));
     }
-    // {name: value, ...}, of integers; children in their order.
+    // "{name: value, ...}", of integers; children in their order.
     std::string dump(const Item* item) {
         const Unrecorded pause;
         if (dictionary->getItemType(item) != eDictionary) {
             return std::to_string(dictionary->getAsInt64(item));
         }
-        std::string text;
+        Lines children;
         for (size_t i = 0; i < dictionary->getItemChildCount(item); ++i) {
             const Item* child = dictionary->getItemChildByIndex(item, i);
-            text += text.empty() ? "" : ", ";
-            text += std::string(dictionary->getItemName(child)) + ": " + dump(child);
+            children.push_back(dictionary->getItemName(child) + (": " + dump(child)));
         }
-        return "{" + text + "}";
+        return "{" + join(children, ", ") + "}";
     }
     std::string dump() {
         return dump(at(""));
@@ -184,7 +153,7 @@ private:
 
         void hear(const std::string& subtree, const Item* changed, ChangeEvent event) {
             store->m_events.push_back(label + " " + subtree + (event == eChanged ? "" : "-") +
-                                      describe(*store->dictionary, changed));
+                                      describe(*g_host.dictionary, changed));
             if (then) {
                 then();
             }
@@ -194,26 +163,16 @@ private:
         return &m_subscribers.emplace_back(Subscriber{this, label, then});
     }
 
-    bool m_isStarted = false;
     Plugin m_dictionaryPlugin;
     Lines m_events;
     std::deque<Subscriber> m_subscribers;
     std::vector<Item*> m_roots;
 };
 
-// For tests that look into the service.
-class RecordedStore : public Store {
-protected:
-    void SetUp() override {
-        begin(false);
-    }
-};
-
 // For tests that hold over any service.
 class AnyStore : public Store, public testing::WithParamInterface<bool> {
-protected:
-    void SetUp() override {
-        begin(GetParam());
+    bool isOwnDictionary() const override {
+        return GetParam();
     }
 };
 
