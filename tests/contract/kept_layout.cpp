@@ -9,91 +9,48 @@
 #include <vorn/profiler/Profile.h>
 #include <vorn/settings/ISettings.h>
 
-#define SLOT_KEPT(place, result, name, arguments) KEPT(name)
-#define MEMBER_KEPT(offset, type, name) KEPT(name)
-#define KEPT(name)                                                                                 \
-    static_assert(offsetof(TODAY, name) == offsetof(BEFORE, name), "moved");                       \
-    static_assert(sizeof(TODAY::name) == sizeof(BEFORE::name) && sizeof(TODAY) == sizeof(BEFORE),  \
-                  "another size");
+#define SAME_SIZE(before, today) static_assert(sizeof(today) == sizeof(before), "another size")
+#define SAME_PLACE(name)                                                                           \
+    static_assert(offsetof(Today, name) == offsetof(Before, name), "moved");                       \
+    SAME_SIZE(Before::name, Today::name);
+#define SLOT(place, result, name, arguments) SAME_PLACE(name)
+#define MEMBER(offset, type, name) SAME_PLACE(name)
 
-#define BEFORE V04PluginImplDesc
-#define TODAY vorn::PluginImplDesc
-V04_PLUGIN_IMPL_DESC(MEMBER_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04Interface
-#define TODAY vorn::PluginRegistryEntry::Interface
-V04_INTERFACE(MEMBER_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04PluginRegistryEntry
-#define TODAY vorn::PluginRegistryEntry
-V04_PLUGIN_REGISTRY_ENTRY(MEMBER_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04PluginLoadingDesc
-#define TODAY vorn::PluginLoadingDesc
-V04_PLUGIN_LOADING_DESC(MEMBER_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04PluginDesc
-#define TODAY vorn::PluginDesc
-V04_PLUGIN_DESC(MEMBER_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04PluginRegistrationDesc
-#define TODAY vorn::PluginRegistrationDesc
-V04_PLUGIN_REGISTRATION_DESC(MEMBER_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04ItemInfo
-#define TODAY vorn::filesystem::ItemInfo
-V04_ITEM_INFO(MEMBER_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04Framework
-#define TODAY vorn::Framework
-V04_FRAMEWORK_SLOTS(SLOT_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04Logging
-#define TODAY vorn::logging::Logging
-V04_LOGGING_SLOTS(SLOT_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04Profiler
-#define TODAY vorn::profiler::Profiler
-V04_PROFILER_SLOTS(SLOT_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04FileSystem
-#define TODAY vorn::filesystem::FileSystem
-V04_FILE_SYSTEM_SLOTS(SLOT_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04IDictionary
-#define TODAY vorn::dictionary::IDictionary
-V04_DICTIONARY_SLOTS(SLOT_KEPT)
-#undef BEFORE
-#undef TODAY
-#define BEFORE V04ISettings
-#define TODAY vorn::settings::ISettings
-V04_SETTINGS_SLOTS(SLOT_KEPT)
-#undef BEFORE
-#undef TODAY
+// The members of a record, or the slots of a table, as their list in version 0.4 names them.
+#define KEPT(before, today, list, SLOT_OR_MEMBER)                                                  \
+    struct before##Kept {                                                                          \
+        using Before = before;                                                                     \
+        using Today = today;                                                                       \
+        SAME_SIZE(before, today);                                                                  \
+        list(SLOT_OR_MEMBER)                                                                       \
+    }
 
-static_assert(sizeof(vorn::logging::StandardLogger) == sizeof(V04StandardLogger), "another size");
-static_assert(sizeof(vorn::dictionary::ItemType) == sizeof(V04ItemType) &&
-                  sizeof(vorn::dictionary::UpdateAction) == sizeof(V04UpdateAction) &&
-                  sizeof(vorn::settings::ChangeEventType) == sizeof(V04ChangeEventType) &&
-                  sizeof(vorn::PluginHotReload) == sizeof(V04PluginHotReload) &&
-                  sizeof(vorn::logging::LogSettingBehavior) == sizeof(V04LogSettingBehavior) &&
-                  sizeof(vorn::filesystem::ItemType) == sizeof(V04FileItemType) &&
-                  sizeof(vorn::filesystem::WalkAction) == sizeof(V04WalkAction),
-              "32 bits");
-static_assert(static_cast<uint32_t>(vorn::dictionary::ItemType::eDictionary) == kV04Dictionary &&
-                  static_cast<uint32_t>(vorn::dictionary::ItemType::eCount) == kV04Count &&
-                  static_cast<uint32_t>(vorn::dictionary::UpdateAction::eKeep) == kV04Keep &&
-                  static_cast<uint32_t>(vorn::settings::ChangeEventType::eDestroyed) ==
-                      kV04Destroyed,
-              "another number");
+KEPT(V04PluginImplDesc, vorn::PluginImplDesc, V04_PLUGIN_IMPL_DESC, MEMBER);
+KEPT(V04Interface, vorn::PluginRegistryEntry::Interface, V04_INTERFACE, MEMBER);
+KEPT(V04PluginRegistryEntry, vorn::PluginRegistryEntry, V04_PLUGIN_REGISTRY_ENTRY, MEMBER);
+KEPT(V04PluginLoadingDesc, vorn::PluginLoadingDesc, V04_PLUGIN_LOADING_DESC, MEMBER);
+KEPT(V04PluginDesc, vorn::PluginDesc, V04_PLUGIN_DESC, MEMBER);
+KEPT(V04PluginRegistrationDesc, vorn::PluginRegistrationDesc, V04_PLUGIN_REGISTRATION_DESC, MEMBER);
+KEPT(V04ItemInfo, vorn::filesystem::ItemInfo, V04_ITEM_INFO, MEMBER);
+KEPT(V04Framework, vorn::Framework, V04_FRAMEWORK_SLOTS, SLOT);
+KEPT(V04Logging, vorn::logging::Logging, V04_LOGGING_SLOTS, SLOT);
+KEPT(V04Profiler, vorn::profiler::Profiler, V04_PROFILER_SLOTS, SLOT);
+KEPT(V04FileSystem, vorn::filesystem::FileSystem, V04_FILE_SYSTEM_SLOTS, SLOT);
+KEPT(V04IDictionary, vorn::dictionary::IDictionary, V04_DICTIONARY_SLOTS, SLOT);
+KEPT(V04ISettings, vorn::settings::ISettings, V04_SETTINGS_SLOTS, SLOT);
+
+SAME_SIZE(V04StandardLogger, vorn::logging::StandardLogger);
+SAME_SIZE(V04ItemType, vorn::dictionary::ItemType);
+SAME_SIZE(V04UpdateAction, vorn::dictionary::UpdateAction);
+SAME_SIZE(V04ChangeEventType, vorn::settings::ChangeEventType);
+SAME_SIZE(V04PluginHotReload, vorn::PluginHotReload);
+SAME_SIZE(V04LogSettingBehavior, vorn::logging::LogSettingBehavior);
+SAME_SIZE(V04FileItemType, vorn::filesystem::ItemType);
+SAME_SIZE(V04WalkAction, vorn::filesystem::WalkAction);
+
+#define SAME_NUMBER(before, today)                                                                 \
+    static_assert(static_cast<uint32_t>(today) == before, "another number")
+SAME_NUMBER(kV04Dictionary, vorn::dictionary::ItemType::eDictionary);
+SAME_NUMBER(kV04Count, vorn::dictionary::ItemType::eCount);
+SAME_NUMBER(kV04Keep, vorn::dictionary::UpdateAction::eKeep);
+SAME_NUMBER(kV04Destroyed, vorn::settings::ChangeEventType::eDestroyed);

@@ -1,13 +1,11 @@
 // Threads that read, write, create and remove at once, as the contract's thread tags allow. Meant
 // for the thread sanitizer too. VORN_SOAK_SECONDS sets how long the first of them takes.
 #include "DictionaryFixture.h"
+#include "support/Threads.h"
 
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
-#include <thread>
-#include <vector>
 
 using namespace vorn::dictionary;
 
@@ -44,9 +42,8 @@ TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
         items.push_back(d->makeIntAtPath(root, ("w/" + std::to_string(i)).c_str(), 0));
     }
     const Item* grown = d->makeDictionaryAtPath(root, "grown");
-    const char* seconds = std::getenv("VORN_SOAK_SECONDS");
-    const auto end = std::chrono::steady_clock::now() +
-                     std::chrono::milliseconds(seconds ? 1000 * std::atoi(seconds) : 1200);
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::seconds(countFor("VORN_SOAK_SECONDS", 2));
     const auto read = [&] {
         std::vector<const Item*> seen;
         for (size_t n = 0; goesOn(end); ++n) {
@@ -102,20 +99,11 @@ TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
             d->destroyItem(n % 2 ? array : d->getItemMutable(root, "mine"));
         }
     };
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < 2; ++i) {
-        threads.emplace_back(read);
-        threads.emplace_back(overwrite, i);
-        threads.emplace_back(create, i);
-    }
-    threads.emplace_back(remove);
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    runOnThreads({read, read, [&] { overwrite(0); }, [&] { overwrite(1); }, [&] { create(0); },
+                  [&] { create(1); }, remove});
 
     for (size_t i = 0; i < kItems; ++i) {
-        const std::string value = text(items[i]);
-        EXPECT_TRUE(value == last[0][i] || value == last[1][i]) << value;
+        EXPECT_TRUE(text(items[i]) == last[0][i] || text(items[i]) == last[1][i]) << text(items[i]);
     }
     size_t expected = std::max(created[0].size(), created[1].size());
     for (size_t creator = 0; creator < 2; ++creator) {
@@ -134,21 +122,22 @@ TEST_F(Threads, ADictionaryThatGrowsIsNeverSeenToShrink) {
     constexpr size_t kChildren = 50;
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(800);
     std::atomic<Item*> growing{root};
-    std::thread creator([&] {
-        int n = 0;
-        do {
-            growing = d->createItem(root, std::to_string(++n).c_str(), kDict);
+    const auto create = [&] {
+        for (int n = 0; goesOn(end); ++n) {
+            growing = d->createItem(root, std::to_string(n).c_str(), kDict);
             for (size_t i = 0; i < kChildren; ++i) {
                 d->setInt64At(growing, i, 1);
             }
-        } while (goesOn(end));
-    });
-    while (goesOn(end)) {
-        const Item* item = growing;
-        for (size_t seen = 0, count = 0; seen < kChildren && item == growing; seen = count) {
-            count = d->getItemChildCount(item);
-            EXPECT_GE(count, seen);
         }
-    }
-    creator.join();
+    };
+    const auto watch = [&] {
+        while (goesOn(end)) {
+            const Item* item = growing;
+            for (size_t seen = 0, count = 0; seen < kChildren && item == growing; seen = count) {
+                count = d->getItemChildCount(item);
+                EXPECT_GE(count, seen);
+            }
+        }
+    };
+    runOnThreads({create, watch});
 }

@@ -1,20 +1,13 @@
 // Values: conversion, text form, strings, arrays.
 #include "DictionaryFixture.h"
 
-#include <algorithm>
 #include <cmath>
-#include <sstream>
-#include <tuple>
 
 using namespace vorn::dictionary;
 
 class Values : public DictionaryTest {
 protected:
-    void SetUp() override {
-        DictionaryTest::SetUp();
-        item = d->createItem(root, "item", kInt);
-    }
-    Item* item = nullptr;
+    Item* item = d->createItem(root, "item", kInt);
 };
 
 TEST_F(Values, ConvertToEveryTypeTheyAreAccessibleAs) {
@@ -29,19 +22,15 @@ TEST_F(Values, ConvertToEveryTypeTheyAreAccessibleAs) {
         {"9223372036854775808", kFloat, INT64_MAX, 9223372036854775808.0},
         {"-inf", kFloat, INT64_MIN, -INFINITY},
         {"9223372036854775807", kString, INT64_MAX, 9223372036854775807.0},
-        {"1e999", kString, INT64_MAX, INFINITY},
-        {"-1e99999", kString, INT64_MIN, -INFINITY},
-        {"1e-99999", kString, 0, 0},
+        {"-1e+99999", kString, INT64_MIN, -INFINITY},
         {"0.001e-400", kString, 0, 0},
         {"1e99999999999", kString, INT64_MAX, INFINITY},
-        {"-1e+999", kString, INT64_MIN, -INFINITY},
         {"1e-99999999999", kString, 0, 0},
         {"Inf", kString, INT64_MAX, INFINITY},
         {"+5", kString, 5, 5},
         {"+-5", kNone, 0, 0},
         {"1e999x", kNone, 0, 0},
         {"nan(x)", kNone, 0, 0},
-        {"true", kString, 1, 1},
         {"True", kString, 1, 1},
         {"FALSE", kString, 0, 0},
         {"", kNone, 0, 0},
@@ -57,23 +46,28 @@ TEST_F(Values, ConvertToEveryTypeTheyAreAccessibleAs) {
         EXPECT_EQ(d->getAsFloat64(item), row.asFloat);
         EXPECT_EQ(d->getAsBool(item), row.asFloat != 0);
     }
-    EXPECT_TRUE(d->isAccessibleAs(kDict, root) && !d->isAccessibleAs(kString, root));
-    EXPECT_FALSE(d->isAccessibleAs(kNone, root) || d->isAccessibleAs(kNone, item));
-    d->setString(item, "-nan");
-    EXPECT_TRUE(std::isnan(d->getAsFloat64(item)));
 }
 
 TEST_F(Values, TextIsTheShortestThatReadsBackAndTellsFloatsFromIntegers) {
-    const auto textOf = [&](double value) { return d->setFloat64(item, value), text(item); };
-    EXPECT_EQ(textOf(1.0) + textOf(0.1) + textOf(-0.0) + textOf(-12.5), "1.00.1-0.0-12.5");
-    EXPECT_EQ(textOf(INFINITY) + textOf(-INFINITY) + textOf(std::nan("")), "inf-infnan");
-    d->setFloat64(item, std::nan(""));
-    EXPECT_EQ(d->getAsInt64(item), 0);
-    EXPECT_EQ(textOf(0.1 + 0.2) + " " + textOf(5e-324), "0.30000000000000004 5e-324");
-    for (const double value : {1e300, 1e15, 1e16, 9007199254740993.0, 123456789012345680.0}) {
-        EXPECT_EQ(std::strtod(textOf(value).c_str(), nullptr), value);
-        EXPECT_NE(text(item).find_first_of(".e"), std::string::npos) << value;
+    const std::pair<double, const char*> rows[] = {
+        {1.0, "1.0"},
+        {0.1, "0.1"},
+        {-0.0, "-0.0"},
+        {-12.5, "-12.5"},
+        {INFINITY, "inf"},
+        {-INFINITY, "-inf"},
+        {std::nan(""), "nan"},
+        {5e-324, "5e-324"},
+        {0.1 + 0.2, "0.30000000000000004"},
+        {1e300, "1e+300"},
+        {9007199254740993.0, "9007199254740992.0"},
+    };
+    for (const auto& [value, expected] : rows) {
+        d->setFloat64(item, value);
+        EXPECT_EQ(text(item), expected);
     }
+    d->setString(item, "-nan");
+    EXPECT_TRUE(std::isnan(d->getAsFloat64(item)) && d->getAsInt64(item) == 0);
 }
 
 TEST_F(Values, AStringIsTheItemsOwnCopyAndMayBeItsOwnSource) {
@@ -97,74 +91,38 @@ TEST_F(Values, AStringIsTheItemsOwnCopyAndMayBeItsOwnSource) {
     EXPECT_EQ(outline(item), "{0:{0:'" + two + "'} 1:{}}");
 }
 
-TEST_F(Values, AnArrayIsADictionaryOfTheNamesZeroToLengthMinusOne) {
-    const std::tuple<const char*, const char*, size_t> rows[] = {
-        {"1", "0", 2}, {"0", "0", 1}, {"0", "2", 0}, {"1", "1", 0}, {"0", "x", 0}, {"0", "01", 0}};
-    for (const auto& [first, second, length] : rows) {
-        d->deleteChildren(root);
-        d->createItem(root, first, kInt);
-        d->createItem(root, second, kInt);
-        EXPECT_EQ(d->getArrayLength(root), length) << outline(root);
-        EXPECT_EQ(d->isAccessibleAsArrayOf(kString, root), length > 0) << outline(root);
-        EXPECT_EQ(d->getPreferredArrayType(root), length ? kInt : kNone) << outline(root);
-    }
-    item = d->createItem(root, "item", kDict);
-    d->setBoolAt(item, 0, true);
-    d->setFloat64At(item, 1, 2.5);
-    EXPECT_EQ(d->getPreferredArrayType(item), kFloat);
+TEST_F(Values, AnArrayKnowsItsElementsAndPrefersTheTypeThatHoldsThemAll) {
+    d->deleteChildren(root);
+    EXPECT_FALSE(d->isAccessibleAsArray(root) || d->isAccessibleAsArrayOf(kInt, root));
+    d->setBoolAt(root, 0, true);
+    d->setFloat64At(root, 1, 2.5);
+    EXPECT_EQ(d->getPreferredArrayType(root), kFloat);
     for (const int64_t value : {(int64_t{1} << 53) + 1, INT64_MAX}) { // no float has them
-        d->setInt64At(item, 2, value);
-        EXPECT_EQ(d->getPreferredArrayType(item), kString);
+        d->setInt64At(root, 2, value);
+        EXPECT_EQ(d->getPreferredArrayType(root), kString);
     }
-    d->setStringAt(item, 0, "no number");
-    EXPECT_FALSE(d->isAccessibleAsArrayOf(kInt, item));
-    d->createItem(item, "1", kDict);
-    EXPECT_EQ(d->getPreferredArrayType(item), kNone) << "values and dictionaries";
-    d->setStringArray(item, nullptr, 2);
-    d->createItem(item, "0", kDict);
-    EXPECT_EQ(d->getPreferredArrayType(item), kDict);
+    d->destroyItem(d->getItemAtMutable(root, 2));
+    EXPECT_EQ(d->getArrayLength(root), 2u);
+    d->createItem(root, "02", kInt);
+    EXPECT_EQ(d->getArrayLength(root), 0u);
+    const int64_t one = 1;
+    d->setInt64Array(root, &one, 1); // drops the other
+    EXPECT_EQ(at("1"), nullptr);
 }
 
 TEST_F(Values, ElementsConvertAndPlacesWithoutOneAreLeftAlone) {
-    const auto read = [this](auto place, auto slot) {
-        decltype(place) places[] = {place, place, place, place, place};
-        slot(item, places, 4);
-        std::ostringstream text;
-        std::for_each(places, places + 5, [&](auto value) { text << value << ' '; });
-        return text.str();
-    };
     d->setFloat64At(item, 0, 2.5); // the value becomes an array
-    d->setStringAt(item, 1, "12");
-    d->setInt64At(item, 3, 3000000000);
-    EXPECT_EQ(read(int64_t{9}, d->getAsInt64Array), "2 12 9 3000000000 9 ");
-    EXPECT_EQ(read(9, d->getAsIntArray), "2 12 9 2147483647 9 ");
-    EXPECT_EQ(read(9.0, d->getAsFloat64Array), "2.5 12 9 3e+09 9 ");
-    EXPECT_EQ(read(9.0f, d->getAsFloatArray), "2.5 12 9 3e+09 9 ");
-    EXPECT_EQ(read(false, d->getAsBoolArray), "1 1 0 1 0 ");
-    const char* strings[] = {"old", "old", "old"};
-    d->getStringBufferArray(item, strings, 3);
-    EXPECT_EQ(strings[0], nullptr); // an element, but no string
-    EXPECT_EQ(strings[1] + std::string(strings[2]), "12old");
-    const Item* items[] = {root, root, root};
-    d->getItemArray(item, items, 3);
-    EXPECT_TRUE(items[1] == at("item/1") && items[2] == root);
-    const float floats[] = {0.25f, 2.0f};
-    d->setFloatArray(item, floats, 2);
-    EXPECT_EQ(outline(item), "{0:0.25 1:2.0}");
-}
-
-TEST_F(Values, LengthsThatNoArrayCanHaveChangeNothing) {
-    const int64_t ints[] = {1, 2};
-    const bool bools[] = {true, false};
-    const char* const strings[] = {"a", "b"};
-    Item* const array = d->createItem(root, "array", kDict);
-    d->setInt64Array(array, ints, 2);
-    for (const size_t length : {SIZE_MAX, (size_t{1} << 31) + 1}) {
-        for (Item* const target : {item, array}) {
-            d->setInt64Array(target, ints, length);
-            d->setBoolArray(target, bools, length);
-            d->setStringArray(target, strings, length);
-        }
-    }
-    EXPECT_EQ(outline(root), "{item:0 array:{0:1 1:2}}");
+    d->setStringAt(item, 2, "3000000000");
+    const auto read = [this](auto slot, auto place) {
+        std::vector<decltype(place)> places(4, place);
+        slot(item, places.data(), 3);
+        return places;
+    };
+    EXPECT_EQ(read(d->getAsInt64Array, int64_t{9}), (std::vector<int64_t>{2, 9, 3000000000, 9}));
+    EXPECT_EQ(read(d->getAsIntArray, 9), (std::vector<int>{2, 9, INT32_MAX, 9}));
+    EXPECT_EQ(read(d->getAsFloat64Array, 9.0), (std::vector<double>{2.5, 9, 3e9, 9}));
+    EXPECT_EQ(read(d->getAsFloatArray, 9.0f), (std::vector<float>{2.5, 9, 3e9, 9}));
+    const int64_t one = 1;
+    d->setInt64Array(item, &one, SIZE_MAX);
+    EXPECT_EQ(outline(item), "{0:2.5 2:'3000000000'}") << "no array can have that length";
 }

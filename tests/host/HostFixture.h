@@ -2,22 +2,28 @@
 #pragma once
 
 #include "TestInterface.h"
+#include "support/Threads.h"
 
 #include "vorn/host/Host.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
+#include <filesystem>
+#include <fstream>
 
+namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
 // The library of a test plugin.
 inline std::string pluginFile(const std::string& name) {
     return std::string(VORN_HOST_TEST_PLUGIN_DIR) + "/lib" + name + ".plugin.so";
+}
+
+// Expects that the text holds all the parts.
+inline void expectParts(const std::string& text, const Lines& parts) {
+    for (const std::string& part : parts) {
+        EXPECT_NE(text.find(part), std::string::npos) << part << "\nis not in\n" << text;
+    }
 }
 
 // Keeps every message as "source: text".
@@ -29,23 +35,28 @@ struct RecordingLogger {
     Lines lines;
 };
 
-// A plugin of the test program itself, "test.inline" and a number, with an interface of its own.
-// Its start-up and shut-down do what is set.
+// A plugin of the test program itself, "test.inline" and a number, with an interface of its own. It
+// says of itself and does what is set.
 template <int number>
 struct InlinePlugin {
     static inline const std::string name = "test.inline" + std::to_string(number);
     static inline const std::string interface = "test::Inline" + std::to_string(number);
+    static inline vorn::PluginRegistryEntry::Interface offered;
+    static inline vorn::PluginRegistryEntry entry;
+    static inline vorn::InterfaceDesc* needs;
+    static inline size_t needCount;
     static inline std::function<void()> onStartup, onShutdown;
 
     static vorn::PluginRegistrationDesc desc() {
-        const auto onRegister = [](vorn::Framework*, vorn::PluginRegistryEntry* entry) {
-            static const TestInterface kTable = {};
-            static const vorn::PluginRegistryEntry::Interface kInterface = {
-                {interface.c_str(), {0, 1}}, &kTable, sizeof(kTable)};
-            *entry = {{name.c_str(), "", "", vorn::PluginHotReload::eDisabled, ""}, &kInterface, 1};
-        };
-        return {onRegister, [] { return vorn::kFrameworkVersion; }, nullptr, [] { onStartup(); },
-                [] { onShutdown(); }};
+        static const TestInterface kTable = {};
+        offered = {{interface.c_str(), {0, 1}}, &kTable, sizeof(kTable)};
+        entry = {{name.c_str(), "", "", vorn::PluginHotReload::eDisabled, ""}, &offered, 1};
+        needCount = 0;
+        onStartup = onShutdown = [] {};
+        return {[](auto*, auto* entryOut) { *entryOut = entry; },
+                [] { return vorn::kFrameworkVersion; },
+                [](auto** deps, auto* count) { *deps = needs, *count = needCount; },
+                [] { onStartup(); }, [] { onShutdown(); }};
     }
 };
 
@@ -59,14 +70,10 @@ protected:
     void load(const std::string& name) {
         host.loadPlugin(pluginFile(name));
     }
-
-    // Whose start-up and shut-down do nothing as yet.
     template <int number>
     void registerInline() {
-        InlinePlugin<number>::onStartup = InlinePlugin<number>::onShutdown = [] {};
         ASSERT_TRUE(framework.registerPlugin("test", InlinePlugin<number>::desc()));
     }
-
     // Loads what the wildcards match, the way that an application does it.
     void loadAll(const std::vector<const char*>& wildcards) {
         const char* path = VORN_HOST_TEST_PLUGIN_DIR;
@@ -85,9 +92,20 @@ protected:
             framework.tryAcquireInterfaceWithClient("test", {interface, version}, nullptr));
     }
 
+    TestInterface* acquireFromLibrary(const char* interface, const std::string& file) {
+        return static_cast<TestInterface*>(framework.tryAcquireInterfaceFromLibraryWithClient(
+            "test", {interface, {0, 1}}, pluginFile(file).c_str()));
+    }
+
     // The messages so far, which are forgotten.
     Lines takeLines() {
         return std::exchange(log.lines, {});
+    }
+    // Expects one message since then, that holds all the parts.
+    void expectLogged(const Lines& parts) {
+        const Lines lines = takeLines();
+        ASSERT_EQ(lines.size(), 1u) << testing::PrintToString(lines);
+        expectParts(lines[0], parts);
     }
 
     RecordingLogger log; // outlives the host, which logs to the end
@@ -95,30 +113,12 @@ protected:
     vorn::Framework& framework = host.framework();
 };
 
-// Expects one message that holds all the parts.
-inline void expectOneLine(const Lines& lines, const std::vector<std::string>& parts) {
-    ASSERT_EQ(lines.size(), 1u) << testing::PrintToString(lines);
-    for (const std::string& part : parts) {
-        EXPECT_NE(lines[0].find(part), std::string::npos) << part << "\nis not in\n" << lines[0];
-    }
-}
-
 // Expects that the act throws one that holds all the parts.
-inline void expectThrown(const std::function<void()>& act, const std::vector<std::string>& parts) {
+inline void expectThrown(const std::function<void()>& act, const Lines& parts) {
     try {
         act();
         ADD_FAILURE() << "nothing was thrown";
     } catch (const vorn::host::HostError& error) {
-        expectOneLine({error.what()}, parts);
-    }
-}
-
-inline void runOnThreads(int count, const std::function<void(int)>& body) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back(body, i);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
+        expectParts(error.what(), parts);
     }
 }

@@ -8,6 +8,8 @@
 using namespace vorn;
 using namespace vorn::logging;
 
+static constexpr LogSettingBehavior kOwn = LogSettingBehavior::eOverride,
+                                    kInherited = LogSettingBehavior::eInherit;
 static std::string g_told; // the levels that sources were told
 static Logging* g_logging;
 
@@ -18,39 +20,33 @@ protected:
         g_logging = &logging;
     }
 
-    void say(const char* source, int32_t level) {
-        logging.log(source, level, "file.cpp", 1, "level %d", level);
-    }
-    void sayAll(const char* source) {
-        for (int32_t level = kLevelVerbose; level <= kLevelError; ++level) {
-            say(source, level);
+    // The levels of those that arrive, of one message each.
+    std::string heard(const char* source) {
+        for (int32_t level = kLevelVerbose; level <= kLevelFatal; ++level) {
+            logging.log(source, level, "file.cpp", 1, "%d", level);
         }
+        std::string levels;
+        for (const std::string& line : takeLines()) {
+            levels += line.substr(line.find(' '));
+        }
+        return levels;
     }
 
     Logging& logging = host.logging();
 };
 
 TEST_F(LoggingSources, ASourcesOwnSettingWinsUntilItInheritsAgain) {
-    sayAll("a");
-    EXPECT_EQ(takeLines(), (Lines{"a: level 0", "a: level 1"})) << "warnings, to begin with";
-    logging.setLevelThresholdForSource("a", LogSettingBehavior::eOverride, kLevelVerbose);
+    EXPECT_EQ(heard("a"), " 0 1 2") << "warnings, to begin with";
+    logging.setLevelThresholdForSource("a", kOwn, kLevelVerbose);
     logging.setLevelThreshold(kLevelError);
-    sayAll("a");
-    sayAll("b");
-    EXPECT_EQ(takeLines(),
-              (Lines{"a: level -2", "a: level -1", "a: level 0", "a: level 1", "b: level 1"}));
-    logging.setLevelThresholdForSource("a", LogSettingBehavior::eInherit, kLevelVerbose);
-    sayAll("a");
-    EXPECT_EQ(takeLines(), (Lines{"a: level 1"}));
-
+    EXPECT_EQ(heard("a") + heard("b"), " -2 -1 0 1 2 1 2");
+    logging.setLevelThresholdForSource("a", kInherited, kLevelVerbose);
+    EXPECT_EQ(heard("a"), " 1 2");
     logging.setLogEnabled(false);
-    logging.setLogEnabledForSource("a", LogSettingBehavior::eOverride, true);
-    say("a", kLevelError);
-    say("b", kLevelError);
-    EXPECT_EQ(takeLines(), (Lines{"a: level 1"}));
-    logging.setLogEnabledForSource("a", LogSettingBehavior::eInherit, true);
-    say("a", kLevelError);
-    EXPECT_EQ(takeLines(), Lines{});
+    logging.setLogEnabledForSource("a", kOwn, true);
+    EXPECT_EQ(heard("a") + heard("b"), " 1 2");
+    logging.setLogEnabledForSource("a", kInherited, true);
+    EXPECT_EQ(heard("a"), "");
 }
 
 TEST_F(LoggingSources, NullArgumentsAreIgnoredOrEmpty) {
@@ -58,52 +54,50 @@ TEST_F(LoggingSources, NullArgumentsAreIgnoredOrEmpty) {
     logging.registerSource("a", nullptr);
     logging.unregisterSource(nullptr);
     logging.unregisterSource("nobody");
-    logging.setLevelThresholdForSource(nullptr, LogSettingBehavior::eOverride, kLevelVerbose);
-    logging.setLogEnabledForSource(nullptr, LogSettingBehavior::eOverride, false);
+    logging.setLevelThresholdForSource(nullptr, kOwn, kLevelVerbose);
+    logging.setLogEnabledForSource(nullptr, kOwn, false);
     logging.addLogger(nullptr);
     logging.removeLogger(nullptr);
     logging.destroyStandardLogger(nullptr);
-    const LogFn log = logging.log;
+    const LogFn log = logging.log; // whose format the compiler does not see
     log("a", kLevelError, "file.cpp", 1, nullptr);
     logging.log(nullptr, kLevelError, nullptr, 1, "from nobody");
     EXPECT_EQ(takeLines(), (Lines{": from nobody"}));
-
-    logging.registerSource("outside", [](int32_t) {});
-    PluginRegistrationDesc hasty = InlinePlugin<1>::desc();
-    hasty.onPluginRegisterFn = [](Framework*, PluginRegistryEntry*) {
-        g_logging->registerSource("inside", [](int32_t) {});
-        g_logging->unregisterSource("inside");
-        g_logging->unregisterSource("outside");
-    };
-    EXPECT_FALSE(framework.registerPlugin("test", hasty));
-    takeLines();
-
-    logging.registerSource("told", [](int32_t) {});
-    logging.setLevelThresholdForSource("told", LogSettingBehavior::eOverride, kLevelError);
-    say("told", kLevelWarn);
-    logging.setLogEnabledForSource("told", LogSettingBehavior::eOverride, false);
-    say("told", kLevelError);
-    EXPECT_EQ(takeLines(), Lines{});
 }
 
 TEST_F(LoggingSources, AThresholdIsToldAtRegistrationAndWhenItChanges) {
-    logging.setLevelThresholdForSource("b", LogSettingBehavior::eOverride, kLevelError);
+    logging.setLevelThresholdForSource("b", kOwn, kLevelError);
     logging.registerSource("a", [](int32_t level) { g_told += " a" + std::to_string(level); });
     logging.registerSource("b", [](int32_t level) { g_told += " b" + std::to_string(level); });
     logging.setLevelThreshold(kLevelInfo);
     logging.setLevelThreshold(kLevelInfo);
-    logging.setLevelThresholdForSource("b", LogSettingBehavior::eInherit, 0);
+    logging.setLevelThresholdForSource("b", kInherited, 0);
     EXPECT_EQ(g_told, " a0 b1 a-1 b-1");
-
     logging.registerSource("b", [](int32_t level) { g_told += " B" + std::to_string(level); });
     logging.unregisterSource("a");
+    logging.setLogEnabledForSource("b", kOwn, false);
+    EXPECT_EQ(heard("b"), "");
     logging.reset();
     EXPECT_EQ(g_told, " a0 b1 a-1 b-1 B-1 B0")
         << "a second one replaces the callback, reset keeps it";
 }
 
-// A callback may use the service; what it changes is told too, and the last value holds.
-TEST_F(LoggingSources, ACallbackMayCallTheService) {
+TEST_F(LoggingSources, APluginUnregistersItsOwnSourceBeforeThatOfOthers) {
+    logging.registerSource("kept", [](int32_t) { g_told += " kept"; });
+    logging.registerSource("gone", [](int32_t) { g_told += " gone"; });
+    PluginRegistrationDesc hasty = InlinePlugin<1>::desc();
+    hasty.onPluginRegisterFn = [](Framework*, PluginRegistryEntry*) {
+        g_logging->registerSource("kept", [](int32_t) { g_told += " wrong"; });
+        g_logging->unregisterSource("kept");
+        g_logging->unregisterSource("gone");
+        g_told.clear();
+    };
+    EXPECT_FALSE(framework.registerPlugin("test", hasty));
+    logging.setLevelThreshold(kLevelError);
+    EXPECT_EQ(g_told, " kept");
+}
+
+TEST_F(LoggingSources, ACallbackMayCallTheServiceAndALoggersMessageIsDropped) {
     logging.registerSource("a", [](int32_t level) {
         g_logging->log("a", kLevelError, "", 0, "told %d", level);
         if (level == kLevelVerbose) {
@@ -113,6 +107,16 @@ TEST_F(LoggingSources, ACallbackMayCallTheService) {
     logging.setLevelThreshold(kLevelVerbose);
     EXPECT_EQ(logging.getLevelThreshold(), kLevelInfo);
     EXPECT_EQ(takeLines(), (Lines{"a: told 0", "a: told -2", "a: told -1"}));
+
+    Logger talkative = {[](auto...) {
+        g_told += "once";
+        g_logging->log("a", kLevelError, "", 0, "again");
+    }};
+    logging.addLogger(&talkative);
+    logging.log("b", kLevelError, "", 0, "text");
+    EXPECT_EQ(g_told, "once");
+    EXPECT_EQ(takeLines(), (Lines{"b: text"}));
+    logging.removeLogger(&talkative);
 }
 
 TEST_F(LoggingSources, LoggersAreCalledInOrderAndOnlyWhileTheyAreAdded) {
@@ -123,30 +127,16 @@ TEST_F(LoggingSources, LoggersAreCalledInOrderAndOnlyWhileTheyAreAdded) {
     logging.log("a", kLevelError, "file.cpp", 1, "%s%d", longText.c_str(), 1);
     EXPECT_EQ(second.lines, (Lines{"a: " + longText + "1"}));
     EXPECT_EQ(takeLines(), second.lines);
-
     logging.removeLogger(&log.logger);
     logging.removeLogger(&log.logger);
-    say("a", kLevelError);
-    EXPECT_EQ(log.lines, Lines{});
-    EXPECT_EQ(second.lines.size(), 2u);
+    EXPECT_EQ(heard("a"), "");
+    EXPECT_EQ(second.lines.size(), 4u);
 
     logging.reset();
     testing::internal::CaptureStderr();
-    say("a", kLevelError);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "a: error: level 1\n");
-    EXPECT_EQ(second.lines.size(), 2u) << "the default logger alone";
-}
-
-TEST_F(LoggingSources, AMessageOfALoggerIsDropped) {
-    Logger talkative = {[](auto...) {
-        g_told += "once";
-        g_logging->log("a", kLevelError, "", 0, "again");
-    }};
-    logging.addLogger(&talkative);
-    say("a", kLevelError);
-    logging.removeLogger(&talkative);
-    EXPECT_EQ(g_told, "once");
-    EXPECT_EQ(takeLines(), (Lines{"a: level 1"}));
+    heard("a");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "a: warning: 0\na: error: 1\na: fatal: 2\n");
+    EXPECT_EQ(second.lines.size(), 4u) << "the default logger alone";
 }
 
 TEST_F(LoggingSources, StandardLoggerWritesLinesToItsDescriptorAboveItsOwnThreshold) {
@@ -156,27 +146,23 @@ TEST_F(LoggingSources, StandardLoggerWritesLinesToItsDescriptorAboveItsOwnThresh
     standard->setFileDescriptor(standard, ends[1]);
     logging.addLogger(&standard->logger);
     logging.setLevelThreshold(kLevelVerbose);
-    for (const int32_t level : {kLevelVerbose, kLevelInfo, kLevelWarn, kLevelFatal}) {
-        say("a", level);
-    }
+    heard("a");
     standard->setFileNameIncluded(standard, true);
-    standard->setLevelThreshold(standard, kLevelError);
-    say("a", kLevelWarn);
+    standard->setLevelThreshold(standard, kLevelFatal);
+    heard("a");
     const std::string longText(5000, 'x');
-    logging.log("a", kLevelError, "file.cpp", 12, "%s", longText.c_str());
+    logging.log("a", kLevelFatal, "file.cpp", 12, "%s", longText.c_str());
     standard->setFileDescriptor(standard, -1);
-    say("a", kLevelError); // nobody to complain to
+    heard("a"); // nobody to complain to
     logging.destroyStandardLogger(standard);
-    say("a", kLevelError);
+    heard("a");
     logging.destroyStandardLogger(logging.getDefaultLogger()); // not ours to destroy
 
-    char written[10'000];
-    const ssize_t size = read(ends[0], written, sizeof(written));
-    ASSERT_GT(size, 0);
-    EXPECT_EQ(std::string(written, size),
-              "a: verbose: level -2\na: info: level -1\na: warning: level 0\na: fatal: level 2\n"
-              "file.cpp:12: a: error: " +
-                  longText + "\n");
+    std::string written(10'000, '\0');
+    written.resize(read(ends[0], written.data(), written.size()));
+    EXPECT_EQ(written, "a: verbose: -2\na: info: -1\na: warning: 0\na: error: 1\na: fatal: 2\n"
+                       "file.cpp:1: a: fatal: 2\nfile.cpp:12: a: fatal: " +
+                           longText + "\n");
     close(ends[0]);
     close(ends[1]);
 }

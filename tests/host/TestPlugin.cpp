@@ -1,9 +1,7 @@
-// A small plugin in many forms. Compile definitions:
-//
-//   TEST_NAME         plugin name            TEST_OFFERS   name of its interface, version 0.2
-//   TEST_NEEDS        dependencies           TEST_EDITION  what getEdition answers
-//   TEST_FRAMEWORK    framework version      TEST_OMIT_SHUTDOWN  leaves that entry point out
-//   TEST_HOT_RELOAD   eEnabled, eDisabled    TEST_TABLE_SIZE     size of the table, as told
+// A small plugin in many forms, as its compile definitions say: TEST_NAME, its name; TEST_OFFERS,
+// that of its interface, version 0.2; TEST_NEEDS, dependencies; TEST_EDITION, what getEdition
+// answers; TEST_FRAMEWORK, framework version; TEST_HOT_RELOAD, eEnabled or eDisabled;
+// TEST_OMIT_SHUTDOWN leaves that entry point out; TEST_TABLE_SIZE, the size of the table, as told.
 //
 // It logs "started" and "stopped" as infos under its own name.
 
@@ -28,6 +26,11 @@ struct OfferedInterface : TestInterface {
 
 static std::atomic<bool> g_isStarted = false;
 
+// Long enough for other threads to come by while the plugin is at work.
+static void takeAWhile() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
 static void fillInterface(OfferedInterface& table) {
     table.getEdition = [] { return TEST_EDITION; };
     table.isStarted = [] { return g_isStarted.load(); };
@@ -48,6 +51,7 @@ VORN_EXPORT void vornGetPluginDeps(InterfaceDesc** deps, size_t* count) {
 }
 
 VORN_EXPORT void vornOnPluginRegister(Framework* framework, PluginRegistryEntry* entry) {
+    takeAWhile();
     static constexpr PluginImplDesc kImpl = {TEST_NAME, "A test", "Vorn",
                                              PluginHotReload::TEST_HOT_RELOAD, "dev"};
     onPluginRegister<OfferedInterface>(framework, entry, kImpl, fillInterface);
@@ -59,8 +63,7 @@ VORN_EXPORT void vornOnPluginRegister(Framework* framework, PluginRegistryEntry*
 }
 
 VORN_EXPORT void vornOnPluginStartup() {
-    // Long enough for other threads to come by while the start-up is under way.
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    takeAWhile();
     VORN_LOG_FROM("TestPlugin.cpp", logging::kLevelInfo, "started");
     g_isStarted = true;
 }

@@ -10,8 +10,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <map>
 #include <new>
+#include <set>
 #include <string_view>
 #include <unordered_set>
 
@@ -35,49 +36,32 @@ bool isFailing() {
     return true;
 }
 
-template <class Allocate>
-void* allocate(Allocate allocateMemory) {
-    void* memory = isFailing() ? nullptr : allocateMemory();
+template <auto allocate, class... Arguments>
+void* orNull(Arguments... arguments) {
+    void* memory = isFailing() ? nullptr : allocate(arguments...);
     if (memory) {
         g_live.insert(memory);
     }
     return memory;
 }
 
-void* orThrow(void* memory) {
+template <auto allocate>
+void* orThrow(size_t size) {
+    void* memory = orNull<allocate>(size, std::nothrow);
     return memory ? memory : throw std::bad_alloc();
 }
 
-void* mallocOrFail(size_t size) {
-    return allocate([=] { return std::malloc(size); });
-}
-void* alignedAllocOrFail(size_t alignment, size_t size) {
-    return allocate([=] { return std::aligned_alloc(alignment, size); });
-}
-void* newOrFail(size_t size, const std::nothrow_t&) {
-    return allocate([=] { return ::operator new(size, std::nothrow); });
-}
-void* newArrayOrFail(size_t size, const std::nothrow_t&) {
-    return allocate([=] { return ::operator new[](size, std::nothrow); });
-}
-void* newOrThrow(size_t size) {
-    return orThrow(newOrFail(size, std::nothrow));
-}
-void* newArrayOrThrow(size_t size) {
-    return orThrow(newArrayOrFail(size, std::nothrow));
-}
-void freeNoted(void* memory) {
+template <auto release>
+void noted(void* memory) {
     g_live.erase(memory);
-    std::free(memory);
+    release(memory);
 }
-void deleteNoted(void* memory) {
-    g_live.erase(memory);
-    ::operator delete(memory);
-}
-void deleteArrayNoted(void* memory) {
-    g_live.erase(memory);
-    ::operator delete[](memory);
-}
+
+using New = void* (*)(size_t, const std::nothrow_t&);
+using Delete = void (*)(void*);
+constexpr New kNew = &::operator new, kNewArray = &::operator new[];
+constexpr Delete kDelete = &::operator delete, kDeleteArray = &::operator delete[];
+
 void* mmapOrFail(void* address, size_t size, int access, int flags, int file, off_t offset) {
     if (isFailing()) {
         return MAP_FAILED;
@@ -93,56 +77,39 @@ int lockOrFail(pthread_mutex_t* mutex) {
     return g_areLocksFailing ? EINVAL : pthread_mutex_lock(mutex);
 }
 
-struct Import {
-    std::string_view name;
-    void* replacement; // null: not known here
-};
-
 template <class Function>
 void* addressOf(Function* function) {
     return reinterpret_cast<void*>(function);
 }
 
-const Import kImports[] = {
-    {"malloc", addressOf(mallocOrFail)},
-    {"aligned_alloc", addressOf(alignedAllocOrFail)},
-    {"_Znwm", addressOf(newOrThrow)},
-    {"_Znam", addressOf(newArrayOrThrow)},
-    {"_ZnwmRKSt9nothrow_t", addressOf(newOrFail)},
-    {"_ZnamRKSt9nothrow_t", addressOf(newArrayOrFail)},
-    {"free", addressOf(freeNoted)},
-    {"_ZdlPv", addressOf(deleteNoted)},
-    {"_ZdlPvm", addressOf(deleteNoted)}, // the size goes unused
-    {"_ZdaPv", addressOf(deleteArrayNoted)},
-    {"_ZdaPvm", addressOf(deleteArrayNoted)},
+const std::map<std::string_view, void*> kReplacements = {
+    {"malloc", addressOf(orNull<std::malloc, size_t>)},
+    {"aligned_alloc", addressOf(orNull<std::aligned_alloc, size_t, size_t>)},
+    {"_Znwm", addressOf(orThrow<kNew>)},
+    {"_Znam", addressOf(orThrow<kNewArray>)},
+    {"_ZnwmRKSt9nothrow_t", addressOf(orNull<kNew, size_t, const std::nothrow_t&>)},
+    {"_ZnamRKSt9nothrow_t", addressOf(orNull<kNewArray, size_t, const std::nothrow_t&>)},
+    {"free", addressOf(noted<std::free>)},
+    {"_ZdlPv", addressOf(noted<kDelete>)},
+    {"_ZdlPvm", addressOf(noted<kDelete>)}, // the size goes unused
+    {"_ZdaPv", addressOf(noted<kDeleteArray>)},
+    {"_ZdaPvm", addressOf(noted<kDeleteArray>)},
     {"mmap", addressOf(mmapOrFail)},
     {"munmap", addressOf(munmapNoted)},
     {"pthread_mutex_lock", addressOf(lockOrFail)},
-    {"calloc", nullptr},
-    {"realloc", nullptr},
-    {"posix_memalign", nullptr},
-    {"_ZnwmSt11align_val_t", nullptr},
-    {"_ZnamSt11align_val_t", nullptr},
 };
+const std::set<std::string_view> kNotKnownToFail = {"calloc", "realloc", "posix_memalign",
+                                                    "_ZnwmSt11align_val_t", "_ZnamSt11align_val_t"};
 
-void overwrite(void** place, void* address) {
-    const auto pageSize = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    void* page = reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(place) / pageSize * pageSize);
-    mprotect(page, pageSize, PROT_READ | PROT_WRITE);
-    *place = address;
-}
-
-void takeOver(void** place, std::string_view name) {
-    for (const Import& import : kImports) {
-        if (import.name != name) {
-            continue;
-        }
-        if (import.replacement) {
-            overwrite(place, import.replacement);
-        } else if (!std::getenv("LLVM_PROFILE_FILE")) { // what counts coverage may do as it likes
-            std::fprintf(stderr, "%s is not known to fail\n", import.name.data());
-            std::abort();
-        }
+void takeOver(void** place, const char* name) {
+    if (const auto replacement = kReplacements.find(name); replacement != kReplacements.end()) {
+        const auto pageSize = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+        const auto page = reinterpret_cast<uintptr_t>(place) / pageSize * pageSize;
+        mprotect(reinterpret_cast<void*>(page), pageSize, PROT_READ | PROT_WRITE);
+        *place = replacement->second;
+    } else if (kNotKnownToFail.count(name) > 0 && !std::getenv("LLVM_PROFILE_FILE")) {
+        std::fprintf(stderr, "%s is not known to fail\n", name); // what counts coverage may use it
+        std::abort();
     }
 }
 

@@ -6,14 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <atomic>
-#include <thread>
-#include <vector>
+#include <chrono>
+#include <numeric>
 
 namespace reliability {
 namespace {
 
-constexpr size_t kWriters = 3;
 constexpr const char* kElementPath = "/a/path/that/needs/a/pooled/string/of/the/larger/size/";
 
 void count(const Item*, const Item*, ChangeEventType, void* counter) {
@@ -29,7 +27,7 @@ TEST(Threads, EveryWriteIsStoredAndToldOnce) {
     std::atomic<size_t> heard{0};
     std::atomic<bool> isOver{false};
     s->subscribeToTreeChangeEvents("/a/path", &count, &heard);
-    std::array<size_t, kWriters> written{};
+    std::array<size_t, 3> written{};
     const auto write = [&](size_t writer) {
         const std::string own = kElementPath + std::to_string(writer);
         for (size_t n = 0; !isOver; ++n, ++written[writer]) {
@@ -53,22 +51,13 @@ TEST(Threads, EveryWriteIsStoredAndToldOnce) {
             s->destroyItem(n % 2 ? "/merged" : "/numbers");
         }
     };
-    std::vector<std::thread> threads;
-    threads.emplace_back(merge);
-    for (size_t writer = 0; writer < kWriters; ++writer) {
-        threads.emplace_back(write, writer);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1000 * countFor("VORN_SOAK_SECONDS", 1)));
-    isOver = true;
-    size_t expected = 0;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    for (const size_t writes : written) {
-        EXPECT_GT(writes, 0u);
-        expected += 2 * writes;
-    }
-    EXPECT_EQ(heard, expected);
+    const auto time = [&] {
+        std::this_thread::sleep_for(std::chrono::seconds(countFor("VORN_SOAK_SECONDS", 1)));
+        isOver = true;
+    };
+    runOnThreads({time, merge, [&] { write(0); }, [&] { write(1); }, [&] { write(2); }});
+    EXPECT_GT(*std::min_element(written.begin(), written.end()), 0u);
+    EXPECT_EQ(heard, 2 * std::accumulate(written.begin(), written.end(), size_t{0}));
 }
 
 } // namespace

@@ -8,21 +8,25 @@ protected:
     ShellTest() {
         write("a.json", "{\n  \"x\": {\"y\": 4, \"list\": [1, 2]},\n  \"other\": 1\n}\n");
     }
-    std::string script(const std::string& lines) const {
-        return outputOf(onFile({"shell"}), lines);
+    // What it prints and says.
+    std::string script(const std::string& lines, int exitCode = 0) const {
+        const Result result = run(onFile({"shell"}), lines);
+        EXPECT_EQ(result.exitCode, exitCode);
+        return result.output + result.errors;
     }
 };
 
 TEST_F(ShellTest, AWatchPrintsEventsAsTheyComeAlsoOfTheRootOrASingleValue) {
     EXPECT_EQ(script("watch /x\nset /x/y 5\nset /other 2\nset /x/new/z hello world\n"
-                     "set /x/list [1, 7]\nreset --force /x/new\nset /x/y {\"in\": 1}\n"
-                     "set /x/y 5\nunwatch /x\nset /x/y 6\nget /x/y\n"),
+                     "set /x/list [1, 7]\nreset --force /x/new\n"
+                     "reset /x/list/1\nset /x/list/1 8\n"
+                     "set /x/y {\"in\": 1}\nset /x/y 5\nunwatch /x\nset /x/y 6\nget /x/y\n"),
               "changed /x/y: 4 -> 5\ncreated /x/new/z: unset -> \"hello world\"\n"
               "changed /x/list/1: 2 -> 7\ndestroyed /x/new/\n"
-              "destroyed /x/new/z: \"hello world\" -> unset\ndestroyed /x/y: 5 -> unset\n"
-              "created /x/y/\ncreated /x/y/in: unset -> 1\ndestroyed /x/y/in: 1 -> unset\n"
-              "changed /x/y: {} -> 5\n6\n");
-
+              "destroyed /x/new/z: \"hello world\" -> unset\n"
+              "destroyed /x/list/1: 7 -> unset\ncreated /x/list/1: unset -> 8\n"
+              "destroyed /x/y: 5 -> unset\ncreated /x/y/\ncreated /x/y/in: unset -> 1\n"
+              "destroyed /x/y/in: 1 -> unset\nchanged /x/y: {} -> 5\n6\n");
     EXPECT_EQ(script("watch\nset /top 1\nbegin\nset /x 1\ncommit\nset /x/y 2\n"),
               "created /top: unset -> 1\nchanged /x: {} -> 1\ncreated /x/y: unset -> 2\n");
     EXPECT_EQ(script("watch --json /x/y\nset /x/list/0 1\nset /x/y \"a\\\"b\"\n"),
@@ -35,10 +39,7 @@ TEST_F(ShellTest, ATransactionIsOneStepAtItsCommitAndUsedInOrder) {
               "4\nchanged /x/y: 4 -> 5\ncreated /x/z: unset -> true\n5\n5\n");
     EXPECT_EQ(read("a.json"),
               "{\n  \"x\": {\"y\": 5, \"list\": [1, 2], \"z\": true},\n  \"other\": 1\n}\n");
-
-    const Result result = run(onFile({"shell"}), "commit\nbegin\nbegin\nset /x/list [1]\n");
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_EQ(result.errors,
+    EXPECT_EQ(script("commit\nbegin\nbegin\nset /x/list [1]\n", 2),
               "vorn-settings: line 1: no transaction: commit: expected begin before it\n"
               "vorn-settings: line 3: transaction open: begin: expected commit or abort before it\n"
               "vorn-settings: line 4: not for a transaction: /x/list: expected a bool, number or "
@@ -48,12 +49,9 @@ TEST_F(ShellTest, ATransactionIsOneStepAtItsCommitAndUsedInOrder) {
 
 TEST_F(ShellTest, AScriptGoesOnAfterALineThatFails) {
     const std::string lines = "# a comment, then an empty line\n\nget /nope\nget /x/y\n";
-    const auto [exitCode, output, errors] = run(onFile({"shell"}), lines);
-    EXPECT_TRUE(exitCode == 1 && output == "4\n") << output;
-    EXPECT_EQ(errors, "vorn-settings: line 3: no such setting: /nope: expected a path that list -r "
-                      "shows\n");
-
-    EXPECT_EQ(run(onFile({"shell"}), "frob\n" + lines).exitCode, 2) << "the worst";
+    EXPECT_EQ(script(lines, 1), "4\nvorn-settings: line 3: no such setting: /nope: expected a path "
+                                "that list -r shows\n");
+    script("frob\n" + lines, 2); // the worst
     const Result stopped = run(onFile({"shell", "--stop-on-error"}), lines);
     EXPECT_TRUE(stopped.exitCode == 1 && stopped.output.empty()) << stopped.output;
     EXPECT_EQ(script("get /x/y\nquit\nget /nope\n"), "4\n");
@@ -65,31 +63,19 @@ TEST_F(ShellTest, WordsMayBeQuotedAndValuesAreTheRestOfTheLine) {
               "quoted\n\"1\"\n-x --y\n");
 }
 
-TEST_F(ShellTest, ADryRunOnlyShowsWhatWouldChange) {
-    const auto before = contents();
-    EXPECT_EQ(script("set --dry-run /x {\"y\": 4, \"z\": true}\nreset --dry-run --json /other\n"
-                     "get /other\nset /other 2\nsave --dry-run\nsave --dry-run --json a.json\n"),
-              "/x/list/0: 1 -> unset\n/x/list/1: 2 -> unset\n/x/z: unset -> true\n"
-              "[{\"path\":\"/other\",\"old\":1,\"new\":null}]\n1\n/other: 1 -> 2\n"
-              "[{\"path\":\"/other\",\"old\":1,\"new\":2}]\n");
-    EXPECT_EQ(contents(), before);
-}
-
-TEST_F(ShellTest, LoadAndSaveMoveSettingsBetweenFiles) {
+TEST_F(ShellTest, LoadAndSaveMoveSettingsBetweenFilesAsTheyAreByThen) {
     write("b.json", R"({"other": 2, "more": 3})");
-    EXPECT_EQ(script("watch /other\nload --keep b.json\nget /more\nload b.json\n"
-                     "save new.json\n"),
+    EXPECT_EQ(script("watch /other\nload --keep b.json\nget /more\nload b.json\nsave new.json\n"),
               "3\nchanged /other: 1 -> 2\n");
     EXPECT_EQ(onOneLine(read("new.json")), R"({"x":{"y":4,"list":[1,2]},"other":2,"more":3})");
-    EXPECT_EQ(script("reset /other\nsave\nsave\n"), "") << "what is saved was to be saved again";
+    EXPECT_EQ(script("reset /other\nsave --dry-run --json\nsave\nsave --dry-run\n"),
+              "[{\"path\":\"/other\",\"old\":1,\"new\":null}]\n");
     EXPECT_EQ(run({"shell"}, "set /a 1\nsave\n").errors,
               "vorn-settings: line 2: no file: save: expected save FILE, or load before it\n");
-}
 
-TEST_F(ShellTest, SaveWritesTheEditsToTheFileAsItIsByThen) {
     Process shell(onFile({"shell"}), surroundings);
     shell.write("set /x/y 5\nset /other [null\n"); // an error, to see the end of both
-    ASSERT_TRUE(shell.waitForErrors("line 2"));
+    ASSERT_TRUE(shell.waitFor("line 2"));
     write("a.json", "{\"x\": {}, \"edited\": \"elsewhere\"}");
     shell.write("save\n");
     shell.closeInput();
@@ -100,21 +86,22 @@ TEST_F(ShellTest, SaveWritesTheEditsToTheFileAsItIsByThen) {
 TEST_F(ShellTest, ThePromptCompletesAndRemembers) {
     surroundings.hasTerminal = true;
     Process shell({"--color", "never", "--file", "a.json", "shell"}, surroundings);
-    const auto answer = [&shell](const std::string& keys, const std::string& expected) {
-        EXPECT_TRUE(shell.waitForOutput("vorn> ")) << shell.output();
+    for (const auto& [keys, answer] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"ge\t/x/y\t\r", "\n4\r\n"},         // a command, and a path as far as it goes
+             {"list /\t\t", "/x/\r\n/other\r\n"}, // several matches
+             {"frob\x03", "^C\r\n"},              // given up
+             {"watch /x\r", "\n"},
+             {"set /x/y 5\r", "changed /x/y: 4 -> 5\r\n"},
+             {"\x1b[A\r", "changed /x/y: 5 -> 5\r\n"}, // the line before, again
+             {"set \"/a b\" blank\r", "\n"},
+             {"get --j\t/a\t\r", "\n\"blank\"\r\n"}, // an option, and a path that wants quotes
+             {"q\t", "uit"}, // the editor is at work, so that the next keys are its own
+         }) {
+        EXPECT_TRUE(shell.waitFor("vorn> ")) << shell.output;
         shell.write(keys);
-        EXPECT_TRUE(shell.waitForOutput(expected)) << shell.output();
-    };
-    answer("ge\t/x/y\t\r", "\n4\r\n");         // a command, and a path as far as it goes
-    answer("list /\t\t", "/x/\r\n/other\r\n"); // several matches
-    answer("frob\x03", "^C\r\n");              // given up
-    answer("watch /x\r", "\n");
-    answer("set /x/y 5\r", "changed /x/y: 4 -> 5\r\n");
-    answer("\x1b[A\r", "changed /x/y: 5 -> 5\r\n"); // the line before, again
-    answer("set \"/a b\" blank\r", "\n");
-    answer("get --j\t/a\t\r", "\n\"blank\"\r\n"); // an option, and a path that wants quotes
-    answer("q\t", "uit");    // the editor is at work, so that the next keys are its own
+        EXPECT_TRUE(shell.waitFor(answer)) << shell.output;
+    }
     shell.write("\x15\x04"); // wipe the line; end of input
-    EXPECT_EQ(shell.wait(), 0) << shell.output();
+    EXPECT_EQ(shell.wait(), 0) << shell.output;
     EXPECT_NE(read("vorn-settings/history").find("watch"), std::string::npos);
 }

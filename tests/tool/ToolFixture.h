@@ -3,34 +3,43 @@
 
 #include "Process.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <string>
-#include <vector>
 
 namespace vorn::test {
 
-struct Result {
-    int exitCode;
-    std::string output, errors;
-};
+using Words = std::vector<std::string>;
+namespace fs = std::filesystem;
+
+inline Words onFile(Words rest, const std::string& file = "a.json") {
+    rest.insert(rest.begin(), {"--file", file});
+    return rest;
+}
+
+inline std::string onOneLine(const std::string& json) {
+    return nlohmann::ordered_json::parse(json).dump();
+}
 
 class ToolTest : public testing::Test {
 protected:
-    using Words = std::vector<std::string>;
+    struct Result {
+        int exitCode;
+        std::string output, errors;
+    };
 
     ToolTest() {
-        std::string name = std::filesystem::temp_directory_path() / "vorn-tool-XXXXXX";
-        directory = mkdtemp(name.data());
+        std::string name = fs::temp_directory_path() / "vorn-tool-XXXXXX";
+        m_root = mkdtemp(name.data());
+        directory = m_root / "files";
+        fs::create_directory(directory);
         surroundings.directory = directory;
     }
     ~ToolTest() override {
-        std::filesystem::remove_all(directory);
+        fs::remove_all(m_root);
     }
 
     void write(const std::string& name, const std::string& text) const {
@@ -41,18 +50,14 @@ protected:
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    static Words onFile(Words rest, const std::string& file = "a.json") {
-        rest.insert(rest.begin(), {"--file", file});
-        return rest;
-    }
-    static std::string onOneLine(const std::string& json) {
-        return nlohmann::ordered_json::parse(json).dump();
-    }
     Result run(const Words& arguments, const std::string& input = "") const {
-        Process process(arguments, surroundings);
+        Surroundings apart = surroundings;
+        apart.errors = m_root / "errors";
+        Process process(arguments, apart);
         process.write(input);
         process.closeInput();
-        return {process.wait(), process.output(), process.errors()};
+        const int exitCode = process.wait();
+        return {exitCode, process.output, read(apart.errors)};
     }
 
     // The output of a run that must go well and say nothing else.
@@ -69,8 +74,8 @@ protected:
         const Result result = run(arguments);
         EXPECT_EQ(result.exitCode, exitCode) << testing::PrintToString(arguments);
         const std::string expected = "vorn-settings: " + message;
-        EXPECT_EQ(message.back() == '\n' ? result.errors : result.errors.substr(0, expected.size()),
-                  expected);
+        const size_t length = expected.back() == '\n' ? std::string::npos : expected.size();
+        EXPECT_EQ(result.errors.substr(0, length), expected);
         EXPECT_EQ(result.output, "");
         EXPECT_EQ(contents(), before) << "a file was touched";
     }
@@ -78,16 +83,19 @@ protected:
     // The texts of all files by name; none of what is no readable file.
     std::map<std::string, std::string> contents() const {
         std::map<std::string, std::string> all;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(
-                 directory, std::filesystem::directory_options::skip_permission_denied)) {
+        for (const auto& entry : fs::recursive_directory_iterator(
+                 directory, fs::directory_options::skip_permission_denied)) {
             const std::string name = entry.path().lexically_relative(directory);
             all[name] = entry.is_regular_file() ? read(name) : "";
         }
         return all;
     }
 
-    std::filesystem::path directory;
+    fs::path directory;
     Surroundings surroundings;
+
+private:
+    fs::path m_root;
 };
 
 } // namespace vorn::test
