@@ -24,14 +24,12 @@ void composeFullPath(HashedPath& fullPath, const Item* item, const Item* root) {
         }
     }
     if (item && depth == 0) {
-        fullPath.append("");
+        names[depth++] = "";
     }
-    for (; !farNames.empty(); farNames.pop_back()) {
-        fullPath.append(farNames.back());
+    if (!farNames.empty()) [[unlikely]] {
+        fullPath.appendBackwards(farNames.data(), farNames.size());
     }
-    while (depth > 0) {
-        fullPath.append(names[--depth]);
-    }
+    fullPath.appendBackwards(names, depth);
 }
 
 using Visitor = ChangeEventsSubscriptions::Visitor;

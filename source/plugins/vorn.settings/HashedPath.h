@@ -46,18 +46,34 @@ public:
         return _last().hash;
     }
 
-    // Adds "/" and the name.
-    void append(const char* name) {
-        if (ahead::isReadable<kBlock>(name)) [[likely]] {
-            const ahead::Block block = ahead::loadBlock(ahead::forgetSize(name));
-            const uint64_t zeros = ahead::findByte(block, '\0');
-            const uint64_t slashes = ahead::findByte(block, '/');
-            if (zeros != 0 && (slashes & (zeros - 1) & ~zeros) == 0) [[likely]] {
-                _appendShort(block, static_cast<unsigned>(__builtin_ctzll(zeros)));
-                return;
+    // Adds "/" and the name, for each of the names from the last to the first.
+    void appendBackwards(const char* const* names, size_t count) {
+        // In registers: what the text is written to could be any member, for all that is known.
+        char* end = m_text + m_size;
+        uint64_t hash = _last().hash;
+        size_t depth = m_depth;
+        for (; count > 0; --count) {
+            const char* name = names[count - 1];
+            const ShortName found = _findShort(name);
+            const auto size = static_cast<size_t>(end - m_text);
+            const bool hasRoom = m_capacity - size > kBlock && depth + 1 < kNearDepth;
+            if (found.isShort && hasRoom) [[likely]] {
+                *end = '/';
+                std::memcpy(end + 1, &found.block, kBlock);
+                end += 1 + found.length;
+                hash = _hashBlock(hash, found.block, found.length);
+                m_levels[++depth] = {size + 1 + found.length, hash};
+                continue;
             }
+            m_size = size;
+            m_depth = depth;
+            _appendNames(name);
+            end = m_text + m_size;
+            hash = _last().hash;
+            depth = m_depth;
         }
-        _appendNames(name);
+        m_size = static_cast<size_t>(end - m_text);
+        m_depth = depth;
     }
 
     // Whether the text of a pooled string of capacity kCompared or more is this path.
@@ -114,15 +130,22 @@ private:
         }
     }
 
-    // A name of length bytes, at the beginning of a block.
-    void _appendShort(ahead::Block block, size_t length) {
-        const ahead::Block name = _mm_and_si128(block, _firstBytes(length));
-        _makeRoom(1 + kBlock);
-        m_text[m_size] = '/';
-        std::memcpy(m_text + m_size + 1, &name, kBlock);
-        const uint64_t hash = _hashBlock(_last().hash, name, length);
-        m_size += 1 + length;
-        _push(hash);
+    // A name that fits a block, which holds zeros behind it, and has no slash in it.
+    struct ShortName {
+        bool isShort;
+        size_t length;
+        ahead::Block block;
+    };
+    static ShortName _findShort(const char* name) {
+        if (!ahead::isReadable<kBlock>(name)) [[unlikely]] {
+            return {false, 0, _mm_setzero_si128()};
+        }
+        const ahead::Block block = ahead::loadBlock(ahead::forgetSize(name));
+        const uint64_t zeros = ahead::findByte(block, '\0');
+        const uint64_t slashes = ahead::findByte(block, '/');
+        const size_t length = static_cast<unsigned>(__builtin_ctzll(zeros | 1u << kBlock));
+        return {zeros != 0 && (slashes & (zeros ^ (zeros - 1))) == 0, length,
+                _mm_and_si128(block, _firstBytes(length))};
     }
     // Any names, with slashes between them.
     [[gnu::noinline]] void _appendNames(std::string_view names) {
