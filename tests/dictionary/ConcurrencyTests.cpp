@@ -118,6 +118,33 @@ TEST_F(Threads, NoReadIsTornNoWriteIsLostNoItemIsMissing) {
     EXPECT_EQ(d->getItemChildCount(grown), expected);
 }
 
+TEST_F(Threads, AMergeBesideAnArrayWriteLeavesTheElementsToTheSource) {
+    const std::vector<int64_t> elements(20000, 4);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (goesOn(end)) {
+        Item* source = d->makeDictionaryAtPath(root, "source");
+        Item* copy = d->makeDictionaryAtPath(nullptr, "copy");
+        Item* value = d->makeIntAtPath(source, "v", 1);
+        std::atomic<bool> isWritten{false};
+        const auto merge = [&] {
+            while (!isWritten) {
+                d->update(copy, nullptr, source, nullptr, nullptr, nullptr);
+            }
+        };
+        const auto write = [&] {
+            d->setInt64Array(value, elements.data(), elements.size());
+            isWritten = true;
+        };
+        runOnThreads({merge, write});
+        d->destroyItem(source);
+        const Item* array = d->getItem(copy, "v");
+        for (size_t i = 0; i < d->getItemChildCount(array); ++i) {
+            ASSERT_EQ(d->getItemParent(d->getItemChildByIndex(array, i)), array);
+        }
+        d->destroyItem(copy);
+    }
+}
+
 TEST_F(Threads, ADictionaryThatGrowsIsNeverSeenToShrink) {
     constexpr size_t kChildren = 50;
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(800);

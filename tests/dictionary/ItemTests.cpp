@@ -163,6 +163,22 @@ TEST_F(Items, AMergeThatComesAgainAsksAboutWhatIsThereThen) {
     d->destroyItem(source);
 }
 
+TEST_F(Items, AMergedValueReplacesWhatItsOwnQuestionMade) {
+    Item* source = d->makeDictionaryAtPath(nullptr, "source");
+    d->makeIntAtPath(source, "v", 1);
+    d->makeIntAtPath(root, "v", 0);
+    std::pair<const IDictionary*, Item*> data{d, root};
+    const auto onItem = [](auto, auto, auto, auto, void* userData) {
+        const auto& [d, root] = *static_cast<std::pair<const IDictionary*, Item*>*>(userData);
+        d->makeIntAtPath(root, "v/child", 2);
+        return UpdateAction::eOverwrite;
+    };
+    d->update(root, nullptr, source, nullptr, onItem, &data);
+    EXPECT_EQ(outline(root), "{v:1}");
+    EXPECT_EQ(at("v/child"), nullptr);
+    d->destroyItem(source);
+}
+
 static size_t bytesInUse() {
     size_t total = 0, resident = 0;
     std::ifstream("/proc/self/statm") >> total >> resident;

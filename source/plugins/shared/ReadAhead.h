@@ -35,7 +35,7 @@ inline bool isUnderValgrind() {
 
 constexpr uintptr_t kPageSize = 4096;
 
-// How far into a page a text may begin to be read ahead: nowhere, or anywhere.
+// So many bytes of a page may be read ahead: all of them, or none.
 inline const uintptr_t g_readableOfPage = isUnderValgrind() ? 0 : kPageSize;
 
 // Whether reach bytes can be loaded from where a text begins.

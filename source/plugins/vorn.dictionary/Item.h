@@ -169,7 +169,7 @@ struct ChildList;
 
 struct Branch {
     static constexpr size_t kMaxKeptPath = 255;
-    static constexpr size_t kNoPath = SIZE_MAX;
+    static constexpr size_t kNoPath = SIZE_MAX / 2; // no difference of two lengths is that
 
     // What the roots are in: without an owner.
     static const Branch kOfRoots;

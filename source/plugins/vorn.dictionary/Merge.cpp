@@ -206,7 +206,7 @@ public:
         _forEachFromLast([this](const Write& write) {
             if (write.before.type() == kDeadType) {
                 m_tree.destroy(write.item);
-            } else if (write.before.type() != ItemType::eDictionary) {
+            } else {
                 m_tree.setValue(write.item, write.before.type(), write.before.payload);
             }
         });
@@ -298,7 +298,8 @@ private:
             m_source.goTo(nullptr);
         } else {
             m_source.goTo(top);
-            m_plan->reset(top, destination, m_tree.changeCount());
+            // Not even an equal count holds while a change is under way, which an odd one tells.
+            m_plan->reset(top, destination, m_tree.changeCount() & ~uint64_t{1});
         }
     }
     // False when the plan does not hold up to the end. What is read before it is seen to hold is
@@ -332,6 +333,11 @@ private:
         if (m_item && !isDictionary && !isFoundDictionary) {
             m_plan->add({m_source.item(), m_item});
         } else {
+            _abandonPlan();
+        }
+    }
+    void _abandonPlan() {
+        if (m_plan) {
             m_plan->abandon();
             m_plan = nullptr;
         }
@@ -396,6 +402,10 @@ private:
         const bool hadItsTurn = m_lastByPlan != nullptr;
         if (m_source.item() == m_lastByPlan) {
             m_lastByPlan = nullptr;
+            if (isDictionary) { // only since its turn: not to be entered, which no plan tells
+                _abandonPlan();
+                return false;
+            }
         }
         return (isDictionary && m_itemType == ItemType::eDictionary) ||
                (!hadItsTurn && _isWanted());
@@ -444,7 +454,12 @@ private:
 
     Item* _exchange(Item* item, ItemType type, uint64_t payload) {
         m_log.makeRoom();
-        m_log.noteExchanged(item, m_tree.exchangeValue(item, type, payload));
+        const Value before = m_tree.exchangeValue(item, type, payload);
+        if (before.type() != ItemType::eDictionary) {
+            m_log.noteExchanged(item, before);
+        } else if (type != ItemType::eDictionary) {
+            m_postponed.push_back({item, type, payload});
+        }
         return item;
     }
 

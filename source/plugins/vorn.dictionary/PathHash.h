@@ -93,8 +93,7 @@ inline uint32_t extendHash(uint32_t state, const char* text, size_t length) {
         }
         return state;
     }
-    // Few branches that depend on the length: where paths of many lengths are looked up in turn,
-    // each would be guessed wrong time and again.
+    // Few branches that depend on the length.
     uint64_t crc = state;
     size_t position = 0;
     for (; length - position > 16; position += 16) {

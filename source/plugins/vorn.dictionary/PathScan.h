@@ -1,9 +1,8 @@
 // Length and hash of a path, in one pass over its text.
 //
-// Where paths of many lengths are looked up in turn, every branch that depends on the length is
-// guessed wrong time and again, and that costs more than all other steps of a lookup. So a path of
-// usual length is scanned without any: its first kReach bytes are looked at at once, and of the
-// states of the hash after each word the last that the text reaches is selected.
+// A path of usual length takes no branch that depends on it (shared/ReadAhead.h says why): its
+// first kReach bytes are looked at at once, and of the states of the hash after each word the last
+// that the text reaches is selected.
 #pragma once
 
 #include "../shared/ReadAhead.h"
@@ -56,7 +55,7 @@ inline PathScan scanPath(uint32_t state, const char* text) {
     }
     const size_t length = static_cast<unsigned>(__builtin_ctzll(zeros));
     const size_t words = (length - 1) / 8; // in front of the last 1 to 8 bytes
-    const uint64_t after1 = detail::crcWord(state, loadWord(text));
+    const uint64_t after1 = detail::crcWord(state, loadWord(text)); // all of it in the text
     const uint64_t after2 = detail::crcWord(after1, ahead::loadWord(text + 8));
     const uint64_t after3 = detail::crcWord(after2, ahead::loadWord(text + 16));
     const uint64_t after4 = detail::crcWord(after3, ahead::loadWord(text + 24));

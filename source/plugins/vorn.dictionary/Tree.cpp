@@ -336,8 +336,8 @@ Value Tree::exchangeValue(Item* item, ItemType type, uint64_t payload) {
         }
     }
     const std::lock_guard<ChangeMutex> lock(m_mutex);
-    const bool isDone = type == ItemType::eDictionary && item->type() == type;
-    return isDone ? item->read() : _replaceValue(item, type, payload);
+    const Value now = item->read();
+    return now.type() == ItemType::eDictionary ? now : _replaceValue(item, type, payload);
 }
 
 // The same as _setValue, but a dictionary that is to be one stays as it is.

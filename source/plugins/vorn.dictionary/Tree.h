@@ -177,7 +177,7 @@ public:
     }
 
     // The same, or makes it a dictionary, for an item that is none; hands out what it held. One
-    // that another thread has made a dictionary meanwhile stays as it is.
+    // that has become a dictionary meanwhile stays as it is, and that is handed out.
     Value exchangeValue(Item* item, ItemType type, uint64_t payload);
 
     // The item at the longest part of the path, in front of its last name, that has one, and how
@@ -202,8 +202,8 @@ public:
         m_lentBlocks.deallocate(memory);
     }
 
-    // While it stays the same, no tree has changed its shape, and no item has become a dictionary
-    // or ceased to be one.
+    // While it stays the same and is even, no tree has changed its shape, and no item has become a
+    // dictionary or ceased to be one.
     uint64_t changeCount() const {
         return m_mutex.changeCount();
     }
@@ -313,7 +313,7 @@ private:
         const size_t size = hint->children ? hint->children->size() : 0;
         for (size_t place = hint->place; place < size && place < hint->place + kReach; ++place) {
             Item* child = m_items.at(hint->children->indexAt(place) & ~kNewMark);
-            if (child->hasNameOf(like) && child->parent() == parent) [[likely]] {
+            if (child->parent() == parent && child->hasNameOf(like)) [[likely]] {
                 hint->place = place + 1;
                 return child;
             }

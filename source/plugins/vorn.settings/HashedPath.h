@@ -76,7 +76,8 @@ public:
         m_depth = depth;
     }
 
-    // Whether the text of a pooled string of capacity kCompared or more is this path.
+    // Whether the text of a pooled string of capacity kCompared or more is this path. What lies
+    // behind either text in its memory is loaded, too.
     bool equals(const MflString& text) const {
         if (text.size() != m_size) {
             return false;
@@ -113,7 +114,7 @@ private:
     static constexpr uint64_t kSeed = 0x9e3779b97f4a7c15ull;
     static constexpr uint64_t kFactor = 0xd6e8feb86659fd93ull;
 
-    // Behind so many slashes.
+    // The path as far as one of its names.
     struct Level {
         size_t size;
         uint64_t hash;

@@ -985,6 +985,10 @@ void shutDown() {
     g_subscriptionIdAlloc.reset();
     g_multiFreeListStringsAlloc.shutdown();
     g_transactionAlloc.reset();
+    {
+        const std::lock_guard<std::mutex> lock(g_spareUpdatedItemsMutex);
+        std::vector<UpdatedItem>().swap(g_spareUpdatedItems);
+    }
     if (g_modifiedSettingsRoot) {
         g_idictionary->destroyItem(g_modifiedSettingsRoot);
         g_modifiedSettingsRoot = nullptr;

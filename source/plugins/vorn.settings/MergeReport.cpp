@@ -3,7 +3,6 @@
 
 #include "ChangeDispatch.h"
 
-#include <mutex>
 #include <utility>
 
 namespace vorn::settings {
@@ -16,26 +15,26 @@ using dictionary::UpdateAction;
 
 constexpr size_t kUpdateTrackerReserve = 16;
 
-// The room of an earlier report for the next one: taking it anew would cost a merge a good part of
-// its time. Given up when it is large.
+// Room for more is not kept for the next report.
 constexpr size_t kMaxSpareRoom = 1u << 16;
-constinit std::mutex g_spareMutex;
-constinit std::vector<UpdatedItem> g_spareRoom;
 
+// Taking room anew would cost a merge a good part of its time. Nobody waits for the spare one.
 void takeSpareRoom(std::vector<UpdatedItem>& items) {
-    const std::lock_guard<std::mutex> lock(g_spareMutex);
-    items.swap(g_spareRoom);
+    const std::unique_lock<std::mutex> lock(g_spareUpdatedItemsMutex, std::try_to_lock);
+    if (lock) {
+        items.swap(g_spareUpdatedItems);
+    }
 }
-
 void keepAsSpareRoom(std::vector<UpdatedItem>& items) {
     items.clear();
-    const std::lock_guard<std::mutex> lock(g_spareMutex);
-    if (items.capacity() > g_spareRoom.capacity() && items.capacity() <= kMaxSpareRoom) {
-        items.swap(g_spareRoom);
+    const std::unique_lock<std::mutex> lock(g_spareUpdatedItemsMutex, std::try_to_lock);
+    if (lock && items.capacity() <= kMaxSpareRoom &&
+        items.capacity() > g_spareUpdatedItems.capacity()) {
+        items.swap(g_spareUpdatedItems);
     }
 }
 
-// The report made last on this thread, or null. A plain pointer, as in ChangeDispatch.cpp.
+// The report made last on this thread, or null. A plain pointer, as in Subscriptions.h.
 constinit thread_local MergeReport* t_innermostReport = nullptr;
 
 // "/" and the destination without slashes around it; nothing for the root.
@@ -146,7 +145,7 @@ void MergeReport::send() {
     }
     MflString eventPath = m_destinationPrefix;
     const size_t prefixLength = eventPath.size();
-    while (m_sentCount < m_data.updatedItems.size()) {
+    while (m_sentCount < m_data.updatedItemPaths.size()) {
         const Item* item = m_data.updatedItems[m_sentCount].item;
         const MflString& pathBelowSource = m_data.updatedItemPaths[m_sentCount];
         ++m_sentCount;

@@ -15,12 +15,6 @@
 
 namespace vorn::settings {
 
-// An accepted node.
-struct UpdatedItem {
-    const dictionary::Item* item;   // null when the merge creates it or when it has been forgotten
-    const dictionary::Item* source; // what it is merged from
-};
-
 // The data of one merge.
 struct MergeDataWrapper {
     std::vector<UpdatedItem> updatedItems;

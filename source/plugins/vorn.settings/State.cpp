@@ -33,4 +33,9 @@ extras::FreeListAllocator g_transactionAlloc;
 std::unordered_set<const char*> g_createdBuffers;
 std::mutex g_createdBuffersMutex;
 
+// Empty; the room that the report of one merge leaves to the next, under the mutex. Given up by
+// shut-down.
+std::vector<UpdatedItem> g_spareUpdatedItems;
+std::mutex g_spareUpdatedItemsMutex;
+
 } // namespace vorn::settings

@@ -1,7 +1,8 @@
 // Everything the store remembers between two calls. Defined in one block in State.cpp.
 //
-// Threads: nothing here has a lock but the string pools (PooledString.h) and the registry of
-// handed-out buffers; the rest is guarded by the thread tags of the table's slots.
+// Threads: nothing here has a lock but the string pools (PooledString.h), the registry of
+// handed-out buffers and the spare room of merges; the rest is guarded by the thread tags of the
+// table's slots.
 #pragma once
 
 #include "PooledString.h"
@@ -12,6 +13,7 @@
 
 #include <mutex>
 #include <unordered_set>
+#include <vector>
 
 namespace vorn::settings {
 
@@ -21,6 +23,12 @@ struct Transaction {
 };
 
 static_assert(sizeof(Transaction) == 8, "layout");
+
+// A node that a merge accepted.
+struct UpdatedItem {
+    const dictionary::Item* item;   // null when the merge creates it or when it has been forgotten
+    const dictionary::Item* source; // what it is merged from
+};
 
 extern dictionary::IDictionary* g_idictionary;
 extern dictionary::Item* g_modifiedSettingsRoot;
@@ -32,5 +40,7 @@ extern extras::FreeListAllocator g_subscriptionIdAlloc;
 extern extras::FreeListAllocator g_transactionAlloc;
 extern std::unordered_set<const char*> g_createdBuffers;
 extern std::mutex g_createdBuffersMutex;
+extern std::vector<UpdatedItem> g_spareUpdatedItems;
+extern std::mutex g_spareUpdatedItemsMutex;
 
 } // namespace vorn::settings
