@@ -271,7 +271,7 @@ ItemType Node::preferredArrayType() const {
         types.insert(child->type());
         if (const auto* integer = std::get_if<int64_t>(&child->value)) {
             const auto asFloat = static_cast<double>(*integer);
-            isExactInFloats = isExactInFloats && std::fabs(asFloat) < 9223372036854775808.0 &&
+            isExactInFloats = isExactInFloats && asFloat < 9223372036854775808.0 &&
                               static_cast<int64_t>(asFloat) == *integer;
         }
     }
