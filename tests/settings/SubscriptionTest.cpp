@@ -41,6 +41,13 @@ TEST_P(Subscriptions, NewestComesFirstWithThousandsOfPathsOfAnyLengthAndBytes) {
         settings->setInt64(child.c_str(), 1);
         ASSERT_EQ(takeEvents(), "3" + event + ", 2" + event + ", 1" + event);
     }
+    for (SubscriptionId* id : ids) { // of some for the second time
+        unsubscribe(id);
+    }
+    for (size_t i = 0; i < 3000; ++i) {
+        settings->setInt64(pathOf(i).c_str(), 1);
+    }
+    EXPECT_EQ(takeEvents(), "");
 }
 
 TEST_P(Subscriptions, AllNodesAroundADeepOneAreTold) {
