@@ -11,6 +11,7 @@
 
 namespace vorn::fuzz {
 
+constexpr size_t kMaxLength = 6;     // of arrays
 constexpr size_t kMaxTreeSize = 150; // no merge makes a larger one
 
 // Decisions that only the model's side can take; the other side follows.
@@ -84,6 +85,16 @@ protected:
         for (size_t index = 0; index < length; ++index) {
             m_transcript.line("  ", index, ": ", shown(array[index]));
         }
+    }
+
+    // Reads the array at place, an item or a path, by a slot that is told how long it is to be.
+    template <class T, class Place>
+    void readArray(const char* name, Place place, void (*slot)(Place, T*, size_t)) {
+        T places[kMaxLength] = {};
+        const size_t length = m_draw.pick(kMaxLength + 1);
+        showCall(name, place, length);
+        slot(place, length > 0 ? places : nullptr, length);
+        showArray(places, kMaxLength);
     }
 
     // A merge's question, and its answer. The source is asked for as it was before the merge, which

@@ -10,7 +10,6 @@ namespace {
 
 constexpr size_t kRootCount = 3;
 constexpr const char* kRootNames[] = {"one", "two"};
-constexpr size_t kMaxLength = 6; // of arrays
 
 class DictionarySide : public Side {
 public:
@@ -56,12 +55,7 @@ public:
 
     template <class T>
     void callForArray(const char* name, void (*slot)(const Item*, T*, size_t)) {
-        T places[kMaxLength] = {};
-        const Item* item = _item();
-        const size_t length = m_draw.pick(kMaxLength + 1);
-        showCall(name, item, length);
-        slot(item, length > 0 ? places : nullptr, length);
-        showArray(places, kMaxLength);
+        readArray<T, const Item*>(name, _item(), slot);
     }
 
     template <class T>

@@ -14,8 +14,7 @@ namespace {
 
 using settings::ChangeEventType;
 
-constexpr size_t kMaxLength = 6; // of arrays
-constexpr size_t kMaxDepth = 4;  // of calls in callbacks
+constexpr size_t kMaxDepth = 4; // of calls in callbacks
 constexpr size_t kMaxSubscriptions = 64;
 constexpr size_t kSlots = 3; // for each kind of thing that the caller owns
 
@@ -70,12 +69,7 @@ public:
 
     template <class T>
     void callForArray(const char* name, void (*slot)(const char*, T*, size_t)) {
-        T places[kMaxLength] = {};
-        const char* path = _path();
-        const size_t length = m_draw.pick(kMaxLength + 1);
-        showCall(name, path, length);
-        slot(path, length > 0 ? places : nullptr, length);
-        showArray(places, kMaxLength);
+        readArray(name, _path(), slot);
     }
 
     template <class T>
