@@ -83,6 +83,17 @@ TEST_F(ArrayNames, AreReportedAsTheyAre) {
 }
 
 // As when another thread makes the array shorter.
+TEST_F(ArrayNames, MayHoldSlashesWhichPathsOfEventsAreCutAt) {
+    makeChildren({"b/c"});
+    for (const char* path : {"/l", "/l/b", "/l/b/c"}) {
+        onNode(path, path);
+        onTree(path, path);
+    }
+    settings->destroyItem("/l");
+    // One level up for each cut, whatever it cuts off.
+    EXPECT_EQ(takeEvents(), "/l -/l, /l/b/c -/l/b/c, /l/b /l:-/l/b/c, /l <ISettings root>:-/l/b/c");
+}
+
 TEST_F(ArrayNames, ChildrenThatAreGoneByTheirTurnEndTheWalk) {
     makeChildren({"0"});
     g_recorder.missingChildren = 1;
