@@ -9,95 +9,122 @@ namespace {
 
 using dictionary::Item;
 
-// Puts the full path of a node together. The root's own is "/", that of no node is empty.
-void composeFullPath(HashedPath& fullPath, const Item* item, const Item* root) {
+// Calls use(names, count) for the names from a node up to just below the root, as the dictionary
+// service keeps them. That of the root itself is one empty name.
+template <class Use>
+void withNamesUpwards(const Item* item, const Item* root, Use use) {
     constexpr size_t kNearDepth = 32;
-    const char* names[kNearDepth]; // from the node up
-    size_t depth = 0;
-    std::vector<const char*> farNames; // above those
-    for (const Item* node = item; node && node != root; node = g_idictionary->getItemParent(node)) {
-        const char* name = g_idictionary->getItemName(node);
-        if (depth < kNearDepth) [[likely]] {
-            names[depth++] = name;
-        } else {
-            farNames.push_back(name);
+    const char* near[kNearDepth];
+    std::vector<const char*> far; // all of them, when they are more
+    const dictionary::IDictionary* dictionary = g_idictionary;
+    size_t count = 0;
+    const Item* node = item;
+    for (; node && node != root && count < kNearDepth; node = dictionary->getItemParent(node)) {
+        near[count++] = dictionary->getItemName(node);
+    }
+    const char* const* names = near;
+    if (node && node != root) [[unlikely]] {
+        far.assign(near, near + count);
+        for (; node && node != root; node = dictionary->getItemParent(node)) {
+            far.push_back(dictionary->getItemName(node));
         }
+        names = far.data();
+        count = far.size();
     }
-    if (item && depth == 0) {
-        names[depth++] = "";
+    if (item && count == 0) {
+        near[count++] = "";
     }
-    if (!farNames.empty()) [[unlikely]] {
-        fullPath.appendBackwards(farNames.data(), farNames.size());
-    }
-    fullPath.appendBackwards(names, depth);
+    use(names, count);
 }
 
-using Visitor = ChangeEventsSubscriptions::Visitor;
+// While there is one, no subscription changes its place.
+class Visit {
+public:
+    Visit() : m_count(&ChangeEventsSubscriptions::t_visitCount) {
+        asm("" : "+r"(m_count)); // where it lies is asked for once
+        ++*m_count;
+    }
+    ~Visit() {
+        --*m_count;
+        g_changeEventsSubscriptions.tidyUp();
+        g_treeChangeEventsSubscriptions.tidyUp();
+    }
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+
+private:
+    size_t* m_count; // of the thread
+};
+
+using Type = SubscriptionId::Type;
 
 // The node step.
-void triggerNodeChangeCallback(Visitor& visitor,
-                               const Item* item,
+void triggerNodeChangeCallback(const Item* item,
                                ChangeEventType eventType,
-                               const HashedPath& fullPath) {
-    if (!g_changeEventsSubscriptions.empty()) {
-        g_changeEventsSubscriptions.visit(visitor, fullPath, [&](const SubscriptionId& id) {
+                               const SubscribedPaths::Way& way) {
+    if (way.nearestDepth() == way.depth()) {
+        way.nearest()->visit(Type::eNode, [&](const SubscriptionId& id) {
             id.onNodeChangeEventFn(item, eventType, id.userData);
         });
     }
 }
 
-// One path of the tree step: item is the enclosing node, originalItem the node of the event.
-void triggerCustomTreeChangeCallbacks(Visitor& visitor,
-                                      const Item* item,
-                                      const Item* originalItem,
-                                      ChangeEventType eventType,
-                                      const HashedPath& fullPath) {
-    g_treeChangeEventsSubscriptions.visit(visitor, fullPath, [&](const SubscriptionId& id) {
-        id.onTreeChangeEventFn(item, originalItem, eventType, id.userData);
-    });
-}
-
-// The tree step: cuts the path back to that of the node around it, time after time. The root of
-// the settings, whose path is then empty, is left out.
-void triggerTreeChangeCallback(Visitor& visitor,
-                               const Item* item,
+// The tree step: from the node around it to that farthest out, but for the root of the settings.
+// Whatever the callbacks of a path do, those around it have their nodes already.
+void triggerTreeChangeCallback(const Item* item,
                                ChangeEventType eventType,
-                               HashedPath& path) {
+                               const SubscribedPaths::Way& way) {
     const Item* itemToReport = item;
-    while (path.cutLast()) {
+    const SubscribedPath* path = way.nearest();
+    size_t pathDepth = way.nearestDepth();
+    for (size_t depth = way.depth(); depth-- > 0;) {
         if (itemToReport) {
             itemToReport = g_idictionary->getItemParent(itemToReport);
         }
-        if (path.path().size() > 1) {
-            triggerCustomTreeChangeCallbacks(visitor, itemToReport, item, eventType, path);
+        if (pathDepth > depth) {
+            path = path->parent;
+            --pathDepth;
+        }
+        if (pathDepth == depth) {
+            path->visit(Type::eTree, [&](const SubscriptionId& id) {
+                id.onTreeChangeEventFn(itemToReport, item, eventType, id.userData);
+            });
         }
     }
 }
 
 // Both steps. Whether there are tree subscriptions is asked late, so that one made by a callback of
 // the node step counts.
-void triggerCallbacks(const Item* item, ChangeEventType eventType, HashedPath& path) {
-    Visitor visitor;
-    triggerNodeChangeCallback(visitor, item, eventType, path);
+void triggerCallbacks(const Item* item,
+                      ChangeEventType eventType,
+                      const SubscribedPaths::Way& way) {
+    const Visit visit;
+    triggerNodeChangeCallback(item, eventType, way);
     if (!g_treeChangeEventsSubscriptions.empty()) {
-        triggerTreeChangeCallback(visitor, item, eventType, path);
+        triggerTreeChangeCallback(item, eventType, way);
     }
 }
 
 } // namespace
 
 void getFullPath(MflString* fullPath, const Item* item, const Item* root) {
-    if (fullPath) {
-        HashedPath path;
-        composeFullPath(path, item, root);
-        *fullPath = path.path();
+    if (!fullPath) {
+        return;
     }
+    fullPath->clear();
+    withNamesUpwards(item, root, [&](const char* const* names, size_t count) {
+        while (count > 0) {
+            fullPath->append(1, '/').append(names[--count]);
+        }
+    });
 }
 
-void sendEvent(const Item* item, ChangeEventType eventType) {
-    HashedPath fullPath;
-    composeFullPath(fullPath, item, g_modifiedSettingsRoot);
-    triggerCallbacks(item, eventType, fullPath);
+[[gnu::flatten]] void sendEvent(const Item* item, ChangeEventType eventType) {
+    SubscribedPaths::Way way(g_subscribedPaths);
+    withNamesUpwards(item, g_modifiedSettingsRoot, [&](const char* const* names, size_t count) {
+        way.goBackwards(names, count);
+    });
+    triggerCallbacks(item, eventType, way);
 }
 
 void triggerAllChangeCallbacksFromPath(const char* fullpath, ChangeEventType eventType) {
@@ -105,8 +132,9 @@ void triggerAllChangeCallbacksFromPath(const char* fullpath, ChangeEventType eve
         return;
     }
     const Item* item = g_idictionary->getItem(g_modifiedSettingsRoot, fullpath + 1);
-    HashedPath path{std::string_view(fullpath)};
-    triggerCallbacks(item, eventType, path);
+    SubscribedPaths::Way way(g_subscribedPaths);
+    way.go(fullpath + 1);
+    triggerCallbacks(item, eventType, way);
 }
 
 } // namespace vorn::settings

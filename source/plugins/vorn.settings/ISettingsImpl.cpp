@@ -978,7 +978,7 @@ void startUp(const char* funcName) {
     configurePools();
 }
 
-// The maps go first, since their keys live in the string pools; the root goes last.
+// The subscriptions go first, before their records do; the root goes last.
 void shutDown() {
     g_changeEventsSubscriptions.clear();
     g_treeChangeEventsSubscriptions.clear();

@@ -6,7 +6,8 @@
 //
 // An Entry is empty when default-constructed, moves without throwing, and has
 //     bool isEmpty() const;
-//     size_t hash() const;      // of an empty one: anything
+//     size_t hash() const;             // its low bits vary
+//     bool mayHave(size_t hash) const; // always its own; a cheap question
 #pragma once
 
 #include <cstddef>
@@ -16,7 +17,8 @@
 
 namespace vorn::settings {
 
-template <class Entry>
+// At most one in sparseness places is taken.
+template <class Entry, size_t sparseness>
 class ProbeTable {
 public:
     size_t size() const {
@@ -31,30 +33,34 @@ public:
         }
         // Mostly it is the first or the second: which of them is no branch to guess.
         size_t place = _home(hash);
-        place = (place + (m_entries[place].hash() != hash ? 1 : 0)) & (m_capacity - 1);
-        while (!m_entries[place].isEmpty()) {
+        place = (place + (m_entries[place].mayHave(hash) ? 0 : 1)) & (m_capacity - 1);
+        for (; !m_entries[place].isEmpty(); place = _next(place)) {
             Entry& entry = m_entries[place];
-            if (entry.hash() == hash && matches(entry)) {
+            if (entry.mayHave(hash) && matches(entry)) [[likely]] {
                 return &entry;
             }
-            place = _next(place);
         }
         return nullptr;
     }
 
+    template <class Call>
+    void forEach(Call call) const {
+        for (size_t place = 0; place < m_capacity; ++place) {
+            if (!m_entries[place].isEmpty()) {
+                call(m_entries[place]);
+            }
+        }
+    }
+
     // Makes room for one more entry. On std::bad_alloc the table is as before.
     void reserveOne() {
-        if (2 * (m_size + 1) <= m_capacity) {
+        if (sparseness * (m_size + 1) <= m_capacity) {
             return;
         }
         ProbeTable larger;
         larger.m_capacity = m_capacity == 0 ? kMinCapacity : 2 * m_capacity;
         larger.m_entries = std::make_unique<Entry[]>(larger.m_capacity);
-        for (size_t place = 0; place < m_capacity; ++place) {
-            if (!m_entries[place].isEmpty()) {
-                larger.insert(std::move(m_entries[place]));
-            }
-        }
+        forEach([&](Entry& entry) { larger.insert(std::move(entry)); });
         *this = std::move(larger);
     }
 
@@ -91,11 +97,8 @@ public:
 private:
     static constexpr size_t kMinCapacity = 8;
 
-    // Mixes all bits of the hash into the place, so that addresses will do as hashes.
     size_t _home(size_t hash) const {
-        constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15ull;
-        const uint64_t mixed = hash * kGoldenRatio;
-        return (mixed ^ (mixed >> 32)) & (m_capacity - 1);
+        return hash & (m_capacity - 1);
     }
     size_t _next(size_t place) const {
         return (place + 1) & (m_capacity - 1);
@@ -107,7 +110,7 @@ private:
 
     std::unique_ptr<Entry[]> m_entries;
     size_t m_capacity = 0; // a power of two, or 0
-    size_t m_size = 0;     // at most half of the capacity
+    size_t m_size = 0;
 };
 
 } // namespace vorn::settings

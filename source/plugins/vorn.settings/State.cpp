@@ -14,14 +14,17 @@ dictionary::Item* g_modifiedSettingsRoot = nullptr;
 // Set by the first initializeFromDictionary and never reset, not even by a restart.
 bool g_isInitialized = false;
 
-// First of the objects with a constructor, since the keys of both maps live in it. Touched through
-// MflString alone, under its mutex; set up and released by start-up and shut-down.
+// First of the objects with a constructor, since strings live in it. Touched through MflString
+// alone, under its mutex; set up and released by start-up and shut-down.
 pthread_mutex_t g_multiFreeListStringsAllocMutex = PTHREAD_MUTEX_INITIALIZER;
 extras::MultiFreeListAllocator g_multiFreeListStringsAlloc;
 
 // Changed by subscribe and unsubscribe, read by the change dispatch, emptied by shut-down.
-ChangeEventsSubscriptions g_changeEventsSubscriptions;
-ChangeEventsSubscriptions g_treeChangeEventsSubscriptions;
+SubscribedPaths g_subscribedPaths;
+ChangeEventsSubscriptions g_changeEventsSubscriptions(g_subscribedPaths,
+                                                      SubscriptionId::Type::eNode);
+ChangeEventsSubscriptions g_treeChangeEventsSubscriptions(g_subscribedPaths,
+                                                          SubscriptionId::Type::eTree);
 
 // Records of the two maps and of open transactions. Touched by the slots that make and end them;
 // set up by start-up, released by shut-down.

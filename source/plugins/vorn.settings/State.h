@@ -34,6 +34,7 @@ extern dictionary::IDictionary* g_idictionary;
 extern dictionary::Item* g_modifiedSettingsRoot;
 extern bool g_isInitialized;
 
+extern SubscribedPaths g_subscribedPaths;
 extern ChangeEventsSubscriptions g_changeEventsSubscriptions;
 extern ChangeEventsSubscriptions g_treeChangeEventsSubscriptions;
 extern extras::FreeListAllocator g_subscriptionIdAlloc;

@@ -1,73 +1,34 @@
-// The record behind a subscription handle, and the map from paths to the records of one kind.
+// The records of one kind of subscription: which of them exist, and where each lies.
 //
-// Threads: as the table's slots say; the map itself has no lock.
+// While callbacks run, subscriptions come and go. What is added then goes where the visit has
+// already been, what is removed leaves a hole, and only when the thread makes no visit any more are
+// holes closed and paths destroyed that nobody needs.
+//
+// Threads: as the table's slots say; there is no lock.
 #pragma once
 
-#include "HashedPath.h"
-#include "PooledString.h"
-#include "ProbeTable.h"
+#include "SubscribedPaths.h"
 
-#include <vorn/settings/ISettings.h>
-
-#include <algorithm>
 #include <cstddef>
-#include <memory>
+#include <cstdint>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 namespace vorn::settings {
 
-// What a caller's handle points to.
-struct SubscriptionId {
-    enum class Type : uint32_t {
-        eNode = 0,
-        eTree = 1,
-    };
-
-    SubscriptionId(OnNodeChangeEventFn onChangeEventFn, void* data)
-        : type(Type::eNode), onNodeChangeEventFn(onChangeEventFn), userData(data) {}
-    SubscriptionId(OnTreeChangeEventFn onChangeEventFn, void* data)
-        : type(Type::eTree), onTreeChangeEventFn(onChangeEventFn), userData(data) {}
-
-    Type type;
-    union {
-        OnNodeChangeEventFn onNodeChangeEventFn;
-        OnTreeChangeEventFn onTreeChangeEventFn;
-    };
-    void* userData;
-};
-
-static_assert(sizeof(SubscriptionId) == 24 && offsetof(SubscriptionId, userData) == 16, "layout");
-
-// From each path to its subscriptions, newest first. The records stay their owner's: the map copies
-// what they say, and from then on only compares their addresses.
+// From each record to its place. The records stay their owner's: what they say is copied, and from
+// then on only their addresses are compared.
 //
-// The subscriptions of a path are visited in place, while callbacks may subscribe and unsubscribe:
-// what is added goes where the visit has already been, what is removed leaves a hole, and only
-// when no visit of the thread is left are holes closed.
-//
-// Invariant: every record of a group has exactly one entry in m_places, which says where it lies;
-// a group without records is being visited.
+// Invariant: every record has exactly one entry in m_places, which says where it lies.
 class ChangeEventsSubscriptions {
-    // A subscription: the record and, for a visit to find it at once, what it says.
-    struct Entry {
-        const SubscriptionId* record; // null in a hole
-        SubscriptionId subscription;
-    };
-
-    // The subscriptions of one path.
-    struct Group {
-        MflString path;
-        // Oldest first, so that adding is cheap; with holes where records were removed, but in no
-        // more than half of the places unless the group is being visited.
-        std::vector<Entry> entries;
-        size_t size = 0; // entries without the holes
-    };
-
 public:
-    ChangeEventsSubscriptions() = default;
+    ChangeEventsSubscriptions(SubscribedPaths& paths, SubscriptionId::Type type)
+        : m_paths(paths), m_type(type) {}
     ChangeEventsSubscriptions(const ChangeEventsSubscriptions&) = delete;
     ChangeEventsSubscriptions& operator=(const ChangeEventsSubscriptions&) = delete;
+    ~ChangeEventsSubscriptions() {
+        clear();
+    }
 
     bool empty() const {
         return m_places.size() == 0;
@@ -77,60 +38,57 @@ public:
         return m_places.size();
     }
 
-    // What one has to be who visits subscriptions; for any number of visits, one after another.
-    class Visitor;
-
-    // Calls call(subscription) for the subscriptions of exactly that path: those that exist now, as
-    // long as they exist.
-    template <class Call>
-    void visit(Visitor& visitor, const HashedPath& path, Call call);
-
-    // Puts the record in front of those of its path. When it throws, the map is as before.
+    // Puts the record in front of those of its path. When it throws, all is as before.
     void add(std::string_view path, const SubscriptionId* record) {
         m_places.reserveOne();
-        const HashedPath hashedPath(path);
-        Group* group = _findGroup(hashedPath);
-        if (group) {
-            group->entries.push_back({record, *record});
-        } else {
-            auto newGroup = std::make_unique<Group>();
-            newGroup->path.reserve(HashedPath::kCompared);
-            newGroup->path = path;
-            newGroup->entries.push_back({record, *record});
-            m_groups.reserveOne();
-            group = newGroup.get();
-            m_groups.insert({std::move(newGroup), hashedPath.hash()});
+        SubscribedPath* node = m_paths.findOrCreate(path, m_type);
+        try {
+            m_places.insert({record, node, _add(node, record)});
+        } catch (...) {
+            m_paths.release(node);
+            throw;
         }
-        ++group->size;
-        m_places.insert({record, group, group->entries.size() - 1});
     }
 
-    // Takes the record out; false when the map does not hold it, whatever it points to.
-    // Constant time on average.
-    bool remove(const SubscriptionId* record);
+    // Takes the record out; false when it is none of them, whatever it points to. Constant time on
+    // average.
+    bool remove(const SubscriptionId* record) {
+        Place* place = _findPlace(record);
+        if (!place) {
+            return false;
+        }
+        _leaveHole(*place);
+        m_places.erase(place);
+        tidyUp();
+        return true;
+    }
 
-    // Forgets every record and gives all memory back; visits end.
-    void clear();
+    // Forgets every record and gives all memory back.
+    void clear() {
+        m_places.forEach([this](const Place& place) { _leaveHole(place); });
+        m_places.clear();
+        tidyUp();
+    }
+
+    // Closes the holes of paths that have too many, which happens after as many removals as it
+    // takes steps, and destroys what nobody needs; later, while the thread makes a visit.
+    void tidyUp() {
+        if (m_untidy) [[unlikely]] {
+            _tidyUpAll();
+        }
+    }
+
+    // Visits that the thread is making: nobody subscribes or unsubscribes beside those of another.
+    // A plain number, since a thread-local object with a destructor would keep the library in
+    // memory after it is unloaded.
+    static inline constinit thread_local size_t t_visitCount = 0;
 
 private:
-    // Entry of m_groups.
-    struct OwnedGroup {
-        std::unique_ptr<Group> group;
-        size_t pathHash = 0;
-
-        bool isEmpty() const {
-            return !group;
-        }
-        size_t hash() const {
-            return pathHash;
-        }
-    };
-
     // Entry of m_places: where a record lies.
     struct Place {
         const SubscriptionId* record = nullptr;
-        Group* group = nullptr;
-        size_t position = 0; // in the group's entries
+        SubscribedPath* node = nullptr;
+        size_t position = 0; // in the node's list, if there is one
 
         bool isEmpty() const {
             return !record;
@@ -138,126 +96,90 @@ private:
         size_t hash() const {
             return _hashOf(record);
         }
+        bool mayHave(size_t hash) const {
+            return _hashOf(record) == hash;
+        }
     };
 
+    // Mixes all bits of the address.
     static size_t _hashOf(const SubscriptionId* record) {
-        return reinterpret_cast<uintptr_t>(record);
+        constexpr uint64_t kGoldenRatio = 0x9e3779b97f4a7c15ull;
+        const uint64_t mixed = reinterpret_cast<uintptr_t>(record) * kGoldenRatio;
+        return mixed ^ (mixed >> 32);
     }
-
-    Group* _findGroup(const HashedPath& path) const {
-        const OwnedGroup* entry = m_groups.find(path.hash(), [&](const OwnedGroup& candidate) {
-            return path.equals(candidate.group->path);
-        });
-        return entry ? entry->group.get() : nullptr;
-    }
-
     Place* _findPlace(const SubscriptionId* record) const {
         return m_places.find(_hashOf(record), [](const Place&) { return true; });
     }
 
-    // Erases an empty group; closes the holes of one that has too many, which happens after as many
-    // removals as it takes steps. REQUIRES: no visits.
-    void _tidy(Group* group) {
-        std::vector<Entry>& entries = group->entries;
-        if (group->size == 0) {
-            const size_t pathHash = HashedPath(group->path).hash();
-            m_groups.erase(m_groups.find(pathHash, [&](const OwnedGroup& candidate) {
-                return candidate.group.get() == group;
-            }));
-        } else if (entries.size() > 2 * group->size) {
-            const auto isHole = [](const Entry& entry) { return !entry.record; };
-            entries.erase(std::remove_if(entries.begin(), entries.end(), isHole), entries.end());
-            for (size_t position = 0; position < entries.size(); ++position) {
-                _findPlace(entries[position].record)->position = position;
-            }
-        }
+    size_t _index() const {
+        return static_cast<size_t>(m_type);
+    }
+    std::unique_ptr<SubscriptionList>& _listOf(SubscribedPath* node) const {
+        return node->lists[_index()];
     }
 
-    ProbeTable<OwnedGroup> m_groups;
-    ProbeTable<Place> m_places;
+    // Tells its position. The first subscription of a node lies there, the second makes a list.
+    size_t _add(SubscribedPath* node, const SubscriptionId* record) {
+        std::unique_ptr<SubscriptionList>& list = _listOf(node);
+        if (list) {
+            return list->add(record, *record);
+        }
+        if (!node->onlyRecord) {
+            node->only = *record;
+            node->onlyRecord = record;
+            return 0;
+        }
+        const bool isOnlyMoving = node->only.type == m_type;
+        auto newList = std::make_unique<SubscriptionList>();
+        if (isOnlyMoving) {
+            newList->add(node->onlyRecord, node->only); // at position 0, as it was told
+        }
+        const size_t position = newList->add(record, *record);
+        if (isOnlyMoving) {
+            _forgetOnly(node);
+        }
+        list = std::move(newList);
+        return position;
+    }
+    static void _forgetOnly(SubscribedPath* node) {
+        node->only = SubscriptionId();
+        node->onlyRecord = nullptr;
+    }
+
+    void _leaveHole(const Place& place) {
+        if (SubscriptionList* list = _listOf(place.node).get()) {
+            list->remove(place.position);
+        } else {
+            _forgetOnly(place.node);
+        }
+        if (!std::exchange(place.node->isUntidy[_index()], true)) {
+            place.node->nextUntidy[_index()] = std::exchange(m_untidy, place.node);
+        }
+    }
+    [[gnu::noinline]] void _tidyUpAll() {
+        while (m_untidy && t_visitCount == 0) {
+            SubscribedPath* node = m_untidy;
+            m_untidy = node->nextUntidy[_index()];
+            node->isUntidy[_index()] = false;
+            _tidyUp(node);
+        }
+    }
+    void _tidyUp(SubscribedPath* node) {
+        std::unique_ptr<SubscriptionList>& list = _listOf(node);
+        if (list && list->size() == 0) {
+            list.reset();
+        } else if (list && list->hasManyHoles()) {
+            list->closeHoles([this](const SubscriptionId* record, size_t position) {
+                _findPlace(record)->position = position;
+            });
+        }
+        m_paths.release(node);
+    }
+
+    SubscribedPaths& m_paths;
+    const SubscriptionId::Type m_type;
+    ProbeTable<Place, 2> m_places;
+    SubscribedPath* m_untidy = nullptr; // list of those that may have too many holes
 };
-
-// The visitors of a thread form a chain through its stack, which is enough to know of: nobody
-// subscribes or unsubscribes while another thread makes a visit.
-class ChangeEventsSubscriptions::Visitor {
-public:
-    Visitor() : m_outer(t_innermost) {
-        t_innermost = this;
-    }
-    ~Visitor() {
-        t_innermost = m_outer;
-    }
-    Visitor(const Visitor&) = delete;
-    Visitor& operator=(const Visitor&) = delete;
-
-private:
-    friend class ChangeEventsSubscriptions;
-
-    static bool _isAnyAt(const Group* group) {
-        const Visitor* visitor = t_innermost;
-        while (visitor && visitor->m_group != group) {
-            visitor = visitor->m_outer;
-        }
-        return visitor != nullptr;
-    }
-    static void _sendAllAway(const ChangeEventsSubscriptions& subscriptions) {
-        for (Visitor* visitor = t_innermost; visitor; visitor = visitor->m_outer) {
-            if (visitor->m_subscriptions == &subscriptions) {
-                visitor->m_group = nullptr;
-            }
-        }
-    }
-
-    // A plain pointer, since a thread-local object with a destructor would keep the library in
-    // memory after it is unloaded.
-    static inline constinit thread_local Visitor* t_innermost = nullptr;
-
-    const ChangeEventsSubscriptions* m_subscriptions = nullptr;
-    Group* m_group = nullptr; // where it is; null when it is nowhere or was sent away
-    Visitor* m_outer;
-};
-
-template <class Call>
-void ChangeEventsSubscriptions::visit(Visitor& visitor, const HashedPath& path, Call call) {
-    Group* group = _findGroup(path);
-    if (!group) {
-        return;
-    }
-    visitor.m_subscriptions = this;
-    visitor.m_group = group;
-    for (size_t next = group->entries.size(); next > 0 && visitor.m_group;) {
-        const Entry& entry = group->entries[--next];
-        if (entry.record) [[likely]] {
-            call(entry.subscription);
-        }
-    }
-    if (visitor.m_group) {
-        visitor.m_group = nullptr;
-        if (group->entries.size() > 2 * group->size && !Visitor::_isAnyAt(group)) {
-            _tidy(group);
-        }
-    }
-}
-
-inline bool ChangeEventsSubscriptions::remove(const SubscriptionId* record) {
-    Place* place = _findPlace(record);
-    if (!place) {
-        return false;
-    }
-    Group* group = place->group;
-    group->entries[place->position].record = nullptr;
-    --group->size;
-    m_places.erase(place);
-    if (!Visitor::_isAnyAt(group)) {
-        _tidy(group);
-    }
-    return true;
-}
-
-inline void ChangeEventsSubscriptions::clear() {
-    Visitor::_sendAllAway(*this);
-    m_places.clear();
-    m_groups.clear();
-}
 
 } // namespace vorn::settings
