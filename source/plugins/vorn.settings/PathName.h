@@ -16,8 +16,14 @@ public:
     static constexpr size_t kBlock = ahead::kBlockSize;
 
     // REQUIRES: there is no slash in it, and the text outlives the name if it is long.
-    explicit PathName(std::string_view text) : m_text(text), m_block(_mm_setzero_si128()) {
-        std::memcpy(&m_block, text.data(), isLong() ? kBlock : text.size());
+    explicit PathName(std::string_view text) : m_text(text) {
+        const size_t size = isLong() ? kBlock : text.size();
+        if (ahead::isReadable<kBlock>(text.data())) [[likely]] {
+            m_block = _readBlock(text.data(), size);
+        } else {
+            m_block = _mm_setzero_si128();
+            std::memcpy(&m_block, text.data(), size);
+        }
     }
 
     // Reads a zero-terminated name in one look, or tells that it has to be read otherwise: it is
@@ -78,6 +84,10 @@ private:
         return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
     }
 
+    // The first bytes of a text, behind which others may lie, with zeros behind them.
+    static ahead::Block _readBlock(const char* text, size_t count) {
+        return _mm_and_si128(ahead::loadBlock(ahead::forgetSize(text)), _firstBytes(count));
+    }
     // What keeps the first bytes of a block.
     static ahead::Block _firstBytes(size_t count) {
         alignas(kBlock) static constexpr unsigned char kMasks[2 * kBlock] = {
