@@ -18,10 +18,11 @@
 //    thread, with no lock held. Callbacks may call the table, with two exceptions: they must not
 //    destroy or replace the node they are told about or a node around it, and while a subtree is
 //    being told as destroyed they must not add or remove nodes in it.
-//  - When memory is exhausted, subscriptions and transactions are null and all else throws
-//    std::bad_alloc. The tree is then as it was before the call, or as after it, without events;
-//    but nodes on the way to one that was to be created may stay, as dictionaries, and with another
-//    dictionary service a value that setDictionary was to replace may be gone.
+//  - When memory is exhausted, the slots throw std::bad_alloc; those that make a subscription or a
+//    transaction answer null when it is the record itself that finds none. The tree is then as it
+//    was before the call, or as after it, without events; but nodes on the way to one that was to
+//    be created may stay, as dictionaries, and with another dictionary service a value that
+//    setDictionary was to replace may be gone.
 //  - Slots may be called from start-up to shut-down of the plugin. Outside, they do nothing,
 //    return neutral results and log one error.
 //
@@ -199,7 +200,7 @@ struct ISettings {
     // a full path, "/" and the names joined by "/", as in /app/view/width; it is matched byte for
     // byte. Subscribers of one path are called newest first. The handle is good until
     // unsubscribed or shut-down. Null, and nothing registered, for a null path (an error is
-    // logged), a null callback, or when memory is exhausted. [subscribes]
+    // logged), a null callback, or when there is no memory for the record. [subscribes]
     SubscriptionId* (*subscribeToNodeChangeEvents)(const char* path,
                                                    OnNodeChangeEventFn onChangeEventFn,
                                                    void* userData);

@@ -10,7 +10,8 @@ namespace {
 using dictionary::Item;
 
 // Calls use(names, count) for the names from a node up to just below the root, as the dictionary
-// service keeps them. That of the root itself is one empty name.
+// service keeps them, but for empty ones at the node's end. That of the root itself is one empty
+// name.
 template <class Use>
 void withNamesUpwards(const Item* item, const Item* root, Use use) {
     constexpr size_t kNearDepth = 32;
@@ -20,7 +21,8 @@ void withNamesUpwards(const Item* item, const Item* root, Use use) {
     size_t count = 0;
     const Item* node = item;
     for (; node && node != root && count < kNearDepth; node = dictionary->getItemParent(node)) {
-        near[count++] = dictionary->getItemName(node);
+        near[count] = dictionary->getItemName(node);
+        count += count > 0 || *near[count] != '\0' ? 1 : 0;
     }
     const char* const* names = near;
     if (node && node != root) [[unlikely]] {
@@ -36,25 +38,6 @@ void withNamesUpwards(const Item* item, const Item* root, Use use) {
     }
     use(names, count);
 }
-
-// While there is one, no subscription changes its place.
-class Visit {
-public:
-    Visit() : m_count(&ChangeEventsSubscriptions::t_visitCount) {
-        asm("" : "+r"(m_count)); // where it lies is asked for once
-        ++*m_count;
-    }
-    ~Visit() {
-        --*m_count;
-        g_changeEventsSubscriptions.tidyUp();
-        g_treeChangeEventsSubscriptions.tidyUp();
-    }
-    Visit(const Visit&) = delete;
-    Visit& operator=(const Visit&) = delete;
-
-private:
-    size_t* m_count; // of the thread
-};
 
 using Type = SubscriptionId::Type;
 
@@ -98,7 +81,7 @@ void triggerTreeChangeCallback(const Item* item,
 void triggerCallbacks(const Item* item,
                       ChangeEventType eventType,
                       const SubscribedPaths::Way& way) {
-    const Visit visit;
+    const SubscribedPaths::Visit visit(way);
     triggerNodeChangeCallback(item, eventType, way);
     if (!g_treeChangeEventsSubscriptions.empty()) {
         triggerTreeChangeCallback(item, eventType, way);

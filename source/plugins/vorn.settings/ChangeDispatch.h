@@ -3,8 +3,8 @@
 //
 // Threads: callbacks run on the calling thread with no lock held. They may read, write, subscribe
 // and unsubscribe; a subscription that goes away while it waits to be called is not called. What
-// they must not do is destroy the node that is being told about or one around it: both steps climb
-// from it when the callbacks have run.
+// they must not do is destroy the node that is being told about or one around it: the tree
+// step climbs from it when the callbacks have run.
 #pragma once
 
 #include "State.h"

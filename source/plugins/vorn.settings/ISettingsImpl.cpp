@@ -616,7 +616,7 @@ void destroyStringBufferImpl(const char* buffer) {
 
 //---- subscriptions
 
-// Makes a record of the kind that the callback's type says and adds it to the map of that kind.
+// Makes a record of the kind that the callback's type says and adds it to those of that kind.
 template <class OnChangeEventFn>
 SubscriptionId* subscribe(ChangeEventsSubscriptions& subscriptions,
                           const char* path,
@@ -652,7 +652,7 @@ SubscriptionId* subscribeToTreeChangeEventsImpl(const char* path,
     return subscribe(g_treeChangeEventsSubscriptions, path, onChangeEventFn, userData, __func__);
 }
 
-// The handle may be stale, so the maps are asked before anything looks at the record.
+// The handle may be stale, so it is looked up before anything looks at the record.
 void unsubscribeToChangeEventsImpl(SubscriptionId* subscriptionId) {
     if (g_changeEventsSubscriptions.remove(subscriptionId) ||
         g_treeChangeEventsSubscriptions.remove(subscriptionId)) {

@@ -34,7 +34,7 @@ void keepAsSpareRoom(std::vector<UpdatedItem>& items) {
     }
 }
 
-// The report made last on this thread, or null. A plain pointer, as in Subscriptions.h.
+// The report made last on this thread, or null. A plain pointer, as in SubscribedPaths.h.
 constinit thread_local MergeReport* t_innermostReport = nullptr;
 
 // "/" and the destination without slashes around it; nothing for the root.

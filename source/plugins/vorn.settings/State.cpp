@@ -14,19 +14,20 @@ dictionary::Item* g_modifiedSettingsRoot = nullptr;
 // Set by the first initializeFromDictionary and never reset, not even by a restart.
 bool g_isInitialized = false;
 
-// First of the objects with a constructor, since strings live in it. Touched through MflString
-// alone, under its mutex; set up and released by start-up and shut-down.
+// First of the objects with a constructor, since strings of others may live in it. Touched through
+// MflString alone, under its mutex; set up and released by start-up and shut-down.
 pthread_mutex_t g_multiFreeListStringsAllocMutex = PTHREAD_MUTEX_INITIALIZER;
 extras::MultiFreeListAllocator g_multiFreeListStringsAlloc;
 
-// Changed by subscribe and unsubscribe, read by the change dispatch, emptied by shut-down.
+// Who subscribed to what, by path and by record. Changed by subscribe and unsubscribe, read by the
+// change dispatch, emptied by shut-down.
 SubscribedPaths g_subscribedPaths;
 ChangeEventsSubscriptions g_changeEventsSubscriptions(g_subscribedPaths,
                                                       SubscriptionId::Type::eNode);
 ChangeEventsSubscriptions g_treeChangeEventsSubscriptions(g_subscribedPaths,
                                                           SubscriptionId::Type::eTree);
 
-// Records of the two maps and of open transactions. Touched by the slots that make and end them;
+// Records of subscriptions and of open transactions. Touched by the slots that make and end them;
 // set up by start-up, released by shut-down.
 extras::FreeListAllocator g_subscriptionIdAlloc;
 extras::FreeListAllocator g_transactionAlloc;

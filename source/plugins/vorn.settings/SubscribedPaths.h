@@ -12,6 +12,7 @@
 #include <vorn/settings/ISettings.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <string>
@@ -151,18 +152,20 @@ public:
     SubscribedPaths(const SubscribedPaths&) = delete;
     SubscribedPaths& operator=(const SubscribedPaths&) = delete;
 
-    // The node of a path. What no event could ever be told lies below a root of its own: paths that
-    // do not begin with a slash, and for trees those of no node and of the root of the settings.
-    // When it throws, all is as before.
+    // The node of a path. All paths that no event could ever be told under share one: those that do
+    // not begin with a slash, and for trees those of no node and of the root of the settings. When
+    // it throws, all is as before.
     SubscribedPath* findOrCreate(std::string_view path, SubscriptionId::Type type) {
         const bool isOfTrees = type == SubscriptionId::Type::eTree;
         if (path.empty() && !isOfTrees) {
             return &m_told;
         }
-        const bool isTold = path.size() > (isOfTrees ? 1 : 0) && path.front() == '/';
-        SubscribedPath* node = isTold ? &m_told : &m_untold;
-        size_t hash = isTold ? kToldSeed : kUntoldSeed;
-        _forEachName(path.substr(isTold ? 1 : 0), [&](const PathName& name) {
+        if (path.size() <= (isOfTrees ? 1 : 0) || path.front() != '/') {
+            return &m_untold;
+        }
+        SubscribedPath* node = &m_told;
+        size_t hash = kSeed;
+        _forEachName(path.substr(1), [&](const PathName& name) {
             hash = name.hashBelow(hash);
             SubscribedPath* child = _find(node, name, hash);
             node = child ? child : _create(node, name, hash);
@@ -171,8 +174,13 @@ public:
     }
 
     // Destroys a node that is not in use any more, and those around it that it was the last of.
-    void release(SubscribedPath* node) {
+    // When it comes to one that the thread is visiting, which has to be released later, that is
+    // the result, else null.
+    SubscribedPath* release(SubscribedPath* node) {
         while (node->parent && !node->isInUse()) {
+            if (Visit::isNear(node)) {
+                return node;
+            }
             SubscribedPath* parent = node->parent;
             m_nodes.erase(m_nodes.find(
                 node->hash, [&](const TaggedNode& tagged) { return tagged.node() == node; }));
@@ -185,6 +193,7 @@ public:
             m_nodes.clear();
             m_pool.reset();
         }
+        return nullptr;
     }
 
     // The way of an event: from no node at all, whose path is empty, over the root of the settings
@@ -232,12 +241,48 @@ public:
         const SubscribedPath* m_nearest;
         size_t m_nearestDepth = 0;
         size_t m_depth = 0;
-        size_t m_hash = kToldSeed;
+        size_t m_hash = kSeed;
+    };
+
+    // As long as there is one, the thread may be calling subscribers of the nearest node of a way
+    // and of those around it. Visits form a chain through the stack, which is enough to know of:
+    // nobody subscribes or unsubscribes while another thread makes one.
+    class Visit {
+    public:
+        explicit Visit(const Way& way) : m_innermost(&t_innermost), m_nearest(way.nearest()) {
+            asm("" : "+r"(m_innermost)); // where it lies is asked for once
+            m_outer = std::exchange(*m_innermost, this);
+        }
+        ~Visit() {
+            *m_innermost = m_outer;
+        }
+        Visit(const Visit&) = delete;
+        Visit& operator=(const Visit&) = delete;
+
+        // Whether it may be that node's.
+        static bool isNear(const SubscribedPath* node) {
+            for (const Visit* visit = t_innermost; visit; visit = visit->m_outer) {
+                for (const SubscribedPath* at = visit->m_nearest; at; at = at->parent) {
+                    if (at == node) {
+                        return true;
+                    }
+                }
+            }
+            return false;
+        }
+
+    private:
+        // A plain pointer, since a thread-local object with a destructor would keep the library in
+        // memory after it is unloaded.
+        static inline constinit thread_local Visit* t_innermost = nullptr;
+
+        Visit** m_innermost;
+        const SubscribedPath* m_nearest;
+        Visit* m_outer;
     };
 
 private:
-    static constexpr size_t kToldSeed = 0x9e3779b97f4a7c15ull;
-    static constexpr size_t kUntoldSeed = 0xc2b2ae3d27d4eb4full;
+    static constexpr size_t kSeed = 0x9e3779b97f4a7c15ull;
     static constexpr size_t kNodesPerBlock = 64;
 
     // A node, with some bits of its hash where addresses have none.

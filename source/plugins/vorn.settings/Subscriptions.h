@@ -1,8 +1,9 @@
 // The records of one kind of subscription: which of them exist, and where each lies.
 //
 // While callbacks run, subscriptions come and go. What is added then goes where the visit has
-// already been, what is removed leaves a hole, and only when the thread makes no visit any more are
-// holes closed and paths destroyed that nobody needs.
+// already been, and what is removed leaves a hole. Holes are closed, and paths that nobody needs
+// destroyed, by whoever subscribes or unsubscribes when the thread does not visit them any more: at
+// no other time could no other thread be visiting them.
 //
 // Threads: as the table's slots say; there is no lock.
 #pragma once
@@ -11,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -40,6 +42,7 @@ public:
 
     // Puts the record in front of those of its path. When it throws, all is as before.
     void add(std::string_view path, const SubscriptionId* record) {
+        _tidyUp();
         m_places.reserveOne();
         SubscribedPath* node = m_paths.findOrCreate(path, m_type);
         try {
@@ -59,7 +62,7 @@ public:
         }
         _leaveHole(*place);
         m_places.erase(place);
-        tidyUp();
+        _tidyUp();
         return true;
     }
 
@@ -67,21 +70,8 @@ public:
     void clear() {
         m_places.forEach([this](const Place& place) { _leaveHole(place); });
         m_places.clear();
-        tidyUp();
+        _tidyUp();
     }
-
-    // Closes the holes of paths that have too many, which happens after as many removals as it
-    // takes steps, and destroys what nobody needs; later, while the thread makes a visit.
-    void tidyUp() {
-        if (m_untidy) [[unlikely]] {
-            _tidyUpAll();
-        }
-    }
-
-    // Visits that the thread is making: nobody subscribes or unsubscribes beside those of another.
-    // A plain number, since a thread-local object with a destructor would keep the library in
-    // memory after it is unloaded.
-    static inline constinit thread_local size_t t_visitCount = 0;
 
 private:
     // Entry of m_places: where a record lies.
@@ -152,19 +142,28 @@ private:
         } else {
             _forgetOnly(place.node);
         }
-        if (!std::exchange(place.node->isUntidy[_index()], true)) {
-            place.node->nextUntidy[_index()] = std::exchange(m_untidy, place.node);
+        _leaveUntidy(place.node);
+    }
+    void _leaveUntidy(SubscribedPath* node) {
+        if (!std::exchange(node->isUntidy[_index()], true)) {
+            node->nextUntidy[_index()] = std::exchange(m_untidy, node);
         }
     }
-    [[gnu::noinline]] void _tidyUpAll() {
-        while (m_untidy && t_visitCount == 0) {
-            SubscribedPath* node = m_untidy;
-            m_untidy = node->nextUntidy[_index()];
+    void _tidyUp() {
+        for (SubscribedPath* node = std::exchange(m_untidy, nullptr); node;) {
+            SubscribedPath* next = node->nextUntidy[_index()];
             node->isUntidy[_index()] = false;
             _tidyUp(node);
+            node = next;
         }
     }
+    // A list with too many holes closes them, which happens after as many removals as it takes
+    // steps.
     void _tidyUp(SubscribedPath* node) {
+        if (SubscribedPaths::Visit::isNear(node)) {
+            _leaveUntidy(node);
+            return;
+        }
         std::unique_ptr<SubscriptionList>& list = _listOf(node);
         if (list && list->size() == 0) {
             list.reset();
@@ -173,7 +172,9 @@ private:
                 _findPlace(record)->position = position;
             });
         }
-        m_paths.release(node);
+        if (SubscribedPath* visited = m_paths.release(node)) {
+            _leaveUntidy(visited);
+        }
     }
 
     SubscribedPaths& m_paths;
