@@ -12,10 +12,9 @@ namespace vorn::fuzz {
 template <class Table>
 const Table& loadTable(foreign::Plugin& plugin, const char* name) {
     plugin.load("libvorn." + std::string(name) + ".plugin.so");
-    foreign::RegistryEntry entry{};
-    plugin.registerPlugin(&foreign::g_framework, &entry);
+    const Table* table = plugin.offer<Table>();
     foreign::g_host.calls.clear();
-    return *static_cast<const Table*>(entry.interfaces[0].ptr);
+    return *table;
 }
 
 } // namespace vorn::fuzz

@@ -4,6 +4,8 @@
 #include "Outline.h"
 #include "settings/support/Host.h"
 
+#include <vorn/dictionary/IDictionary.h>
+
 #include <gtest/gtest.h>
 
 namespace vorn::dictionary {
@@ -15,9 +17,7 @@ class DictionaryTest : public ::testing::Test {
 protected:
     DictionaryTest() {
         m_plugin.load("libvorn.dictionary.plugin.so");
-        foreign::RegistryEntry entry{};
-        m_plugin.registerPlugin(&foreign::g_framework, &entry);
-        d = static_cast<const IDictionary*>(entry.interfaces[0].ptr);
+        d = m_plugin.offer<IDictionary>();
         startup();
     }
     ~DictionaryTest() override {

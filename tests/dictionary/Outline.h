@@ -1,14 +1,15 @@
-// What a tree holds, as one line of text.
+// What a tree holds, as one line of text, by the table of today or that of a foreign host.
 #pragma once
 
-#include <vorn/dictionary/IDictionary.h>
+#include "../contract/0.4/vorn_0_4.h"
 
 #include <string>
 
 namespace vorn::dictionary {
 
 // The value as text; "(none)" where there is none.
-inline std::string textOf(const IDictionary& d, const Item* item) {
+template <class Dictionary, class Item>
+std::string textOf(const Dictionary& d, const Item* item) {
     const char* buffer = d.createStringBufferFromItemValue(item);
     const std::string text = buffer ? buffer : "(none)";
     d.destroyStringBuffer(buffer);
@@ -16,9 +17,11 @@ inline std::string textOf(const IDictionary& d, const Item* item) {
 }
 
 // The tree below item, as in "{a:1 b:'x' c:{0:2.5 1:true}}".
-inline std::string outlineOf(const IDictionary& d, const Item* item) {
-    if (d.getItemType(item) != ItemType::eDictionary) {
-        const std::string quote = d.getItemType(item) == ItemType::eString ? "'" : "";
+template <class Dictionary, class Item>
+std::string outlineOf(const Dictionary& d, const Item* item) {
+    const auto type = static_cast<V04ItemType>(d.getItemType(item));
+    if (type != kV04Dictionary) {
+        const std::string quote = type == kV04String ? "'" : "";
         return quote + textOf(d, item) + quote;
     }
     std::string text;

@@ -1,4 +1,5 @@
 // The facade over the plugins as an application has them.
+#include "support/Threads.h"
 #include "vorn/host/Host.h"
 #include "vorn/settings/SettingsUtils.h"
 
@@ -6,7 +7,6 @@
 
 #include <cfloat>
 #include <cmath>
-#include <thread>
 
 using namespace vorn::dictionary;
 using namespace vorn::settings;
@@ -91,8 +91,9 @@ TEST_F(Facade, NumbersThatDoNotFitSaturate) {
     expectReads<int64_t, uint8_t>(settings, {-1, kOne << 40}, {0, 255});
     expectReads<int64_t, int32_t>(settings, {kOne << 32, -(kOne << 40)}, {INT32_MAX, INT32_MIN});
     expectReads<double, float>(settings, {1e300, -1e300}, {FLT_MAX, -FLT_MAX});
-    expectReads<long double, double>(settings, {std::numeric_limits<long double>::max()},
-                                     {DBL_MAX});
+    using Limits = std::numeric_limits<long double>;
+    expectReads<long double, double>(settings, {Limits::max(), Limits::lowest()},
+                                     {DBL_MAX, -DBL_MAX});
 }
 
 TEST_F(Facade, WhatIsMissingOrDoesNotConvertIsNothing) {
@@ -240,9 +241,7 @@ TEST_F(Facade, OnChangeKeepsUpWithSeveralWriters) {
             settings.set("/n", value);
         }
     };
-    std::thread other(write, 0);
-    write(1);
-    other.join();
+    runOnThreads({[&] { write(0); }, [&] { write(1); }});
     const int callsSoFar = calls;
     settings.set("/n", *settings.get<int>("/n"));
     EXPECT_EQ(calls, callsSoFar) << "the value that stayed was the last one told";
@@ -276,12 +275,14 @@ TEST_F(Facade, ATransactionShowsNothingBeforeItsCommit) {
     settings.transaction().set("/t/dropped", 1);
     TransactionGuard transaction = settings.transaction();
     transaction.set("/t/int", UINT64_MAX);
+    transaction.set("/t/float", 0.5f);
     transaction.set(std::string_view("/t/flag!", 7), true);
     transaction.set("t/text", std::string_view("view!", 4));
     EXPECT_FALSE(settings.has("/t"));
     transaction.commit();
     transaction.commit();
-    EXPECT_EQ(heard, "batch /t /t/int /t/flag /t/text, batch /t/int /t/flag /t/text");
+    EXPECT_EQ(heard,
+              "batch /t /t/int /t/float /t/flag /t/text, batch /t/int /t/float /t/flag /t/text");
     EXPECT_EQ(settings.get<int64_t>("/t/int"), INT64_MAX);
     EXPECT_EQ(settings.get<bool>("/t/flag"), true);
     EXPECT_EQ(settings.get<std::string>("/t/text"), "view");

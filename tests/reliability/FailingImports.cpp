@@ -117,19 +117,15 @@ void takeOver(void** place, const char* name) {
 
 void takeOverImports(void* library) {
     const auto* map = static_cast<const link_map*>(library);
-    const auto valueOf = [map](ElfW(Sxword) tag) -> ElfW(Addr) {
-        for (const ElfW(Dyn)* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
-            if (entry->d_tag == tag) {
-                return entry->d_un.d_val;
-            }
-        }
-        return 0;
-    };
-    const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(valueOf(DT_SYMTAB));
-    const auto* strings = reinterpret_cast<const char*>(valueOf(DT_STRTAB));
+    std::map<ElfW(Sxword), ElfW(Addr)> values;
+    for (const ElfW(Dyn)* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
+        values[entry->d_tag] = entry->d_un.d_val;
+    }
+    const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(values[DT_SYMTAB]);
+    const auto* strings = reinterpret_cast<const char*>(values[DT_STRTAB]);
     const auto takeOverTable = [&](ElfW(Sxword) table, ElfW(Sxword) size) {
-        const auto* first = reinterpret_cast<const ElfW(Rela)*>(valueOf(table));
-        for (const auto* at = first; at < first + valueOf(size) / sizeof(*at); ++at) {
+        const auto* first = reinterpret_cast<const ElfW(Rela)*>(values[table]);
+        for (const auto* at = first; at < first + values[size] / sizeof(*at); ++at) {
             const auto type = ELF64_R_TYPE(at->r_info);
             if (type == R_X86_64_JUMP_SLOT || type == R_X86_64_GLOB_DAT) {
                 takeOver(reinterpret_cast<void**>(map->l_addr + at->r_offset),

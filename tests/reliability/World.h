@@ -44,16 +44,11 @@ public:
     }
 
     void registerPlugins() {
-        foreign::RegistryEntry entry{};
-        foreign::g_host.dictionary = &foreign::RecordingDictionary::kTable;
-        if (isOwnDictionary) {
-            m_plugins.front().registerPlugin(&foreign::g_framework, &entry);
-            foreign::g_host.dictionary =
-                static_cast<const foreign::IDictionary*>(entry.interfaces[0].ptr);
-        }
+        foreign::g_host.dictionary = isOwnDictionary
+                                         ? m_plugins.front().offer<foreign::IDictionary>()
+                                         : &foreign::RecordingDictionary::kTable;
         d = reinterpret_cast<const IDictionary*>(foreign::g_host.dictionary);
-        m_plugins.back().registerPlugin(&foreign::g_framework, &entry);
-        s = static_cast<const ISettings*>(entry.interfaces[0].ptr);
+        s = m_plugins.back().offer<ISettings>();
     }
     void startUp() {
         for (const foreign::Plugin& plugin : m_plugins) {
@@ -76,7 +71,9 @@ public:
         s->setString("/a/text", kText);
         s->setInt64Array("/a/list", numbers, 3);
         s->setInt64("/some/way/to/a/node/of/a/long/path/that/needs/memory/of/its/own", 1);
-        s->setInt64("/a/a name of many letters", 1);
+        for (const char* path : {"/back/2", "/back/1", "/back/0", "/a/a name of many letters"}) {
+            s->setInt64(path, 1);
+        }
         for (Item** root : {&source, &plain}) {
             *root = d->createItem(nullptr, "a tree", ItemType::eDictionary);
             d->makeStringAtPath(*root, "text/of/the source", kText);

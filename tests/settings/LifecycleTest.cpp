@@ -12,38 +12,38 @@ const std::string kStartUpCalls =
 
 TEST_F(Lifecycle, RegistrationDescribesOneInterfaceAndAcquiresOptionalServicesOnce) {
     EXPECT_EQ(show({"framework", plugin.getFrameworkVersion()}), "framework 0.3");
-    InterfaceDesc* dependency = nullptr;
+    V04InterfaceDesc* dependency = nullptr;
     size_t count = 0;
     plugin.getDeps(&dependency, &count);
     ASSERT_EQ(count, 1u);
     EXPECT_EQ(show(*dependency), "vorn::dictionary::IDictionary 0.4");
-    const Lines described = {entry.name, entry.description, entry.author, entry.build};
+    const auto& [impl, interfaces, interfaceCount] = plugin.entry;
+    const Lines described = {impl.name, impl.description, impl.author, impl.build};
     EXPECT_EQ(join(described, ", "), "vorn.settings.plugin, Settings storage, Vorn, dev");
-    EXPECT_EQ(entry.hotReload, 0u);
-    ASSERT_EQ(entry.interfaceCount, 1u);
-    EXPECT_EQ(show(entry.interfaces->desc), "vorn::settings::ISettings 0.4");
-    EXPECT_EQ(entry.interfaces->size, sizeof(ISettings));
+    EXPECT_EQ(impl.hotReload, 0u);
+    ASSERT_EQ(interfaceCount, 1u);
+    EXPECT_EQ(show(interfaces->desc), "vorn::settings::ISettings 0.4");
+    EXPECT_EQ(interfaces->size, sizeof(ISettings));
     EXPECT_EQ(takeCalls(),
               "tryAcquire(vorn.settings.plugin, vorn::logging::Logging 0.3, null)\n"
               "registerSource(vorn.settings.plugin)\n"
               "tryAcquire(vorn.settings.plugin, vorn::profiler::Profiler 0.1, null)\n" +
                   kStartUpCalls);
-    RegistryEntry second{};
-    plugin.registerPlugin(&g_framework, &second);
+    EXPECT_EQ(plugin.offer<ISettings>(), settings);
     EXPECT_EQ(takeCalls(), "");
-    EXPECT_EQ(second.interfaces->ptr, settings);
 }
 
 TEST_F(Lifecycle, ShutDownDestroysTheRootAndLeavesOpenTransactions) {
     for (int round = 0; round < 3; ++round) {
         EXPECT_EQ(dump(), "{}");
         settings->setInt64("/a/b", 1);
-        settings->setInt64Async(settings->createTransaction(), "/left/open", round);
-        Item* const openTree = own(g_recorder.lastRoot);
+        V04Transaction* const open = settings->createTransaction();
+        settings->setInt64Async(open, "/left/open", round);
+        Item* const openTree = own(*reinterpret_cast<Item**>(open));
         takeCalls();
         plugin.shutdown();
         EXPECT_EQ(takeCalls(), "destroyItem(<ISettings root>)");
-        EXPECT_EQ(dump(openTree), "{left: {open: " + std::to_string(round) + "}}");
+        EXPECT_EQ(dump(openTree), "{left:{open:" + std::to_string(round) + "}}");
         plugin.startup();
         EXPECT_EQ(takeCalls(), kStartUpCalls);
     }
@@ -51,7 +51,7 @@ TEST_F(Lifecycle, ShutDownDestroysTheRootAndLeavesOpenTransactions) {
 
 TEST_P(Restart, EndsEverySubscriptionButASecondStartUpKeepsAll) {
     const std::string path = "/a/" + std::string(100, 'n');
-    Transaction* transaction = settings->createTransaction();
+    V04Transaction* transaction = settings->createTransaction();
     settings->setInt64Async(transaction, path.c_str(), 2);
     onNode(path, "N");
     onTree("/a", "T");
@@ -100,5 +100,5 @@ TEST_F(Lifecycle, WithoutDictionaryOrRootTheStoreStaysStopped) {
     g_recorder.isCreateFailing = false;
     restart();
     settings->setInt64("/a", 1);
-    EXPECT_EQ(dump(), "{a: 1}");
+    EXPECT_EQ(dump(), "{a:1}");
 }

@@ -5,13 +5,7 @@
 
 using namespace foreign;
 
-class Merges : public AnyStore {
-protected:
-    void merge(const char* path, const Values& values, OnUpdate onUpdate = overwrite) {
-        settings->update(path, makeSource(values), nullptr, onUpdate, nullptr);
-    }
-};
-INSTANTIATE_TEST_SUITE_P(Service, Merges, testing::Bool(), nameService);
+VORN_OVER_BOTH_SERVICES(Merges);
 VORN_OVER_BOTH_SERVICES(Transactions);
 VORN_OVER_BOTH_SERVICES(Subtrees);
 
@@ -21,7 +15,7 @@ TEST_P(Merges, AcceptedNodesAreToldInTheOrderOfTheQuestionsAfterAllIsDone) {
     static Lines s_questions;
     s_questions.clear();
     Action subscribe = [&] {
-        onTree("/m", "T", [&] { EXPECT_EQ(dump(), "{m: {kept: 1, taken: 2, made: {x: 2}}}"); });
+        onTree("/m", "T", [&] { EXPECT_EQ(dump(), "{m:{kept:1 taken:2 made:{x:2}}}"); });
     };
     const auto decide = [](auto* dst, auto dstType, auto* src, auto srcType, void* userData) {
         s_questions.push_back(join({show(dst), show(dstType), show(src), show(srcType)}, " "));
@@ -50,8 +44,8 @@ TEST_P(Merges, EventPathsStayFullHoweverTheDestinationIsWritten) {
         const std::string path = destination.size() > 1 ? "/m/n/x/y" : "/x/y";
         onNode(path, "N");
         for (int64_t value : {1, 2}) { // created, then existing
-            const Item* source = makeSource({{"s/x/y", value}});
-            settings->update(destination.c_str(), source, "s", overwrite, nullptr);
+            settings->update(destination.c_str(), makeSource({{"s/x/y", value}}), "s", overwrite,
+                             nullptr);
             EXPECT_EQ(takeEvents(), "N " + path) << destination;
         }
         restart();
@@ -65,32 +59,25 @@ TEST_P(Merges, NodeDestroyedBeforeItsTurnIsLeftOutAndNoOther) {
     const int64_t numbers[] = {1, 2};
     const Values values = {{"a", 2}, {"b", 2}, {"c/0", 2}, {"e", 2}};
     const std::pair<Action, const char*> cases[] = {
-        {[&] { settings->destroyItem("/m/b"); }, "N -/m/b, N /m/c/0, N /m/e"},
         {[&] { settings->destroyItem("/m/c"); }, "N -/m/c/0, N /m/b, N /m/e"},
         {[&] { settings->setInt64("/m/c", 3); }, "N /m/b, N /m/e"},
         {[&] { settings->setDictionary("/m/b"); }, "N -/m/b, N /m/b, N /m/c/0, N /m/e"},
-        // What takes the place of a destroyed node has told its own event.
-        {[&] { settings->destroyItem("/m/b"), settings->setInt64("/m/b", 3); },
-         "N -/m/b, N /m/b, N /m/c/0, N /m/e"},
         {[&] {
              settings->initializeFromDictionary(makeSource({{"m/c", 3}}));
          },
          "N /m/b, N /m/e"},
-        // Elements that an array was written over keep their turn.
+        // Elements that an array was written over keep their turn, if they are still there.
+        {[&] { settings->setInt64Array("/m/c", numbers, 0); }, "N /m/b, N /m/e"},
         {[&] { settings->setInt64Array("/m/c", numbers, 2); },
          "N /m/c/0, N /m/b, N /m/c/0, N /m/e"},
-        {[&] { settings->setInt64Array("/n", numbers, 1); }, "N /m/b, N /m/c/0, N /m/e"},
-        {[&] { settings->setInt64Array("/value", numbers, 2); }, "N /m/b, N /m/c/0, N /m/e"},
         // A merge in the callback of a merge: both have lost the node.
         {[&] {
-             SubscriptionId* inner = onNode("/m/e", "I", [&] { settings->destroyItem("/m/b"); });
+             auto* const inner = onNode("/m/e", "I", [&] { settings->destroyItem("/m/b"); });
              merge("/m", {{"e", 3}, {"b", 3}, {"new", 3}});
              unsubscribe(inner);
          },
          "I /m/e, N -/m/b, N /m/e, N /m/c/0, N /m/e"}};
     for (const auto& [act, expected] : cases) {
-        settings->setInt64Array("/n", numbers, 2);
-        settings->setInt64("/value", 1);
         merge("/m", values);
         onNode("/m/a", "A", act);
         onNodes({"/m/b", "/m/c/0", "/m/e"});
@@ -121,7 +108,7 @@ TEST_P(Merges, TenThousandValuesHalfOfThemNewAreEachToldOnce) {
 }
 
 TEST_P(Transactions, CommitAppliesAThousandWritesEveryTime) {
-    Transaction* transaction = settings->createTransaction();
+    V04Transaction* transaction = settings->createTransaction();
     Lines expected;
     for (int i = 0; i < 1000; ++i) {
         const std::string path = "/t/" + std::to_string(i);
@@ -139,20 +126,16 @@ TEST_P(Transactions, CommitAppliesAThousandWritesEveryTime) {
         takeEvents();
     }
     settings->destroyTransaction(transaction);
-    EXPECT_EQ(settings->createTransaction(), transaction) << "the record is used again";
-    settings->commitTransaction(transaction);
-    settings->destroyTransaction(transaction);
-    EXPECT_EQ(takeEvents(), "") << "with an empty tree";
 }
 
 TEST_P(Subtrees, DestroyedNodesAreToldParentsFirstWhileAllStillExist) {
     const Item* root = at("");
-    const Action seeAll = [&] { EXPECT_EQ(dump(), "{a: {b: {c: 1}, d: 2}}"); };
+    const Action seeAll = [&] { EXPECT_EQ(dump(), "{a:{b:{c:1} d:2}}"); };
     for (const char* path : {"/a", "a", "/", ""}) { // the root itself is not told, and stays
         settings->setInt64("/a/b/c", 1);
         settings->setInt64("/a/d", 2);
-        SubscriptionId* ids[] = {onNode("/", "R"), onNode("/a", "N", seeAll),
-                                 onTree("/a", "T", seeAll)};
+        V04SubscriptionId* ids[] = {onNode("/", "R"), onNode("/a", "N", seeAll),
+                                    onTree("/a", "T", seeAll)};
         settings->destroyItem(path);
         settings->destroyItem("/a");
         EXPECT_EQ(takeEvents(), "N -/a, T /a:-/a/b, T /a:-/a/b/c, T /a:-/a/d") << path;
@@ -170,7 +153,7 @@ TEST_P(Subtrees, RootMayHoldAValueUntilItIsMadeADictionaryAgain) {
     settings->setDictionary("/");
     EXPECT_EQ(takeEvents(), "N <ISettings root>, N -<ISettings root>, N <ISettings root>");
     settings->setInt64("/a", 1);
-    EXPECT_EQ(dump(), "{a: 1}");
+    EXPECT_EQ(dump(), "{a:1}");
 }
 
 TEST_P(Subtrees, InitialisationWorksOnceInTheLifeOfTheLibrary) {
@@ -178,8 +161,8 @@ TEST_P(Subtrees, InitialisationWorksOnceInTheLifeOfTheLibrary) {
     settings->setInt64("/own", 1);
     settings->initializeFromDictionary(nullptr);
     settings->initializeFromDictionary(makeSource({{"x", 1}, {"own", 2}}));
-    EXPECT_EQ(dump() + takeEvents() + takeLog(), "{own: 2, x: 1}");
-    for (const char* expected : {"{own: 2, x: 1}", "{}"}) {
+    EXPECT_EQ(dump() + takeEvents() + takeLog(), "{own:2 x:1}");
+    for (const char* expected : {"{own:2 x:1}", "{}"}) {
         settings->initializeFromDictionary(makeSource({{"late", 1}}));
         EXPECT_EQ(takeLog(), "1 initializeFromDictionaryImpl: already initialized");
         EXPECT_EQ(dump(), expected);

@@ -1,8 +1,9 @@
-// A host built elsewhere: finds plugins by file name and entry points by symbol, serves the
-// framework and logging tables, and writes down what it was asked.
+// A host built elsewhere, against the records of the contract instead of the project's own headers:
+// finds plugins by file name and entry points by symbol, serves the framework and logging tables,
+// and writes down what it was asked.
 #pragma once
 
-#include "Records.h"
+#include "../../contract/0.4/vorn_0_4.h"
 
 #include <dlfcn.h>
 
@@ -17,6 +18,15 @@
 
 namespace foreign {
 
+using IDictionary = V04IDictionary;
+using ISettings = V04ISettings;
+using Item = V04Item;
+using ItemType = V04ItemType;
+using UpdateAction = V04UpdateAction;
+constexpr ItemType eBool = kV04Bool, eInt = kV04Int, eFloat = kV04Float, eString = kV04String,
+                   eDictionary = kV04Dictionary, eCount = kV04Count;
+constexpr UpdateAction eOverwrite = kV04Overwrite, eKeep = kV04Keep;
+
 using Lines = std::vector<std::string>;
 const std::string kSettingsName = "vorn.settings.plugin";
 
@@ -26,8 +36,8 @@ struct Host {
     Lines calls;        // acquisitions, log sources and calls of the recording dictionary
     int pauseDepth = 0; // calls are not written down while above 0
     Lines log;          // "level text" of the settings store
-    std::set<std::string> logPlaces;            // "file:line" of the reporting statements
-    std::map<std::string, SetLogLevel> sources; // registered, with their level callback
+    std::set<std::string> logPlaces;                 // "file:line" of the reporting statements
+    std::map<std::string, V04SetLogLevelFn> sources; // registered, with their level callback
 };
 inline Host g_host;
 
@@ -49,7 +59,7 @@ inline std::string join(const Lines& lines, const char* separator) {
     return text;
 }
 
-inline std::string show(InterfaceDesc desc) {
+inline std::string show(V04InterfaceDesc desc) {
     return std::string(desc.name) + " " + std::to_string(desc.version.major) + "." +
            std::to_string(desc.version.minor);
 }
@@ -82,7 +92,7 @@ log(const char* source, int32_t level, const char* file, int line, const char* f
     }
 }
 
-inline void registerSource(const char* source, SetLogLevel callback) {
+inline void registerSource(const char* source, V04SetLogLevelFn callback) {
     g_host.calls.push_back("registerSource(" + std::string(source) + ")");
     g_host.sources[source] = callback;
 }
@@ -91,10 +101,16 @@ inline void unregisterSource(const char* source) {
     g_host.calls.push_back("unregisterSource(" + std::string(source) + ")");
     g_host.sources.erase(source);
 }
-inline const Logging kLogging = {log, {}, registerSource, unregisterSource};
+inline const V04Logging kLogging = [] {
+    V04Logging table{};
+    table.log = log;
+    table.registerSource = registerSource;
+    table.unregisterSource = unregisterSource;
+    return table;
+}();
 
 template <bool isTry>
-void* acquire(const char* client, InterfaceDesc desc, const char* plugin) {
+void* acquire(const char* client, V04InterfaceDesc desc, const char* plugin) {
     g_host.calls.push_back(std::string(isTry ? "tryAcquire(" : "acquire(") + client + ", " +
                            show(desc) + ", " + (plugin ? plugin : "null") + ")");
     const std::string name = desc.name;
@@ -104,15 +120,21 @@ void* acquire(const char* client, InterfaceDesc desc, const char* plugin) {
     }
     return const_cast<void*>(table);
 }
-inline Framework g_framework = {{}, acquire<false>, acquire<true>, {}};
+inline V04Framework g_framework = [] {
+    V04Framework table{};
+    table.acquireInterfaceWithClient = acquire<false>;
+    table.tryAcquireInterfaceWithClient = acquire<true>;
+    return table;
+}();
 
 struct Plugin {
     void* library = nullptr;
-    void (*registerPlugin)(Framework*, RegistryEntry*);
-    Version (*getFrameworkVersion)();
-    void (*getDeps)(InterfaceDesc** deps, size_t* count);
-    void (*startup)();
-    void (*shutdown)();
+    V04OnPluginRegisterFn registerPlugin;
+    V04GetFrameworkVersionFn getFrameworkVersion;
+    V04GetPluginDepsFn getDeps;
+    V04OnPluginStartupFn startup;
+    V04OnPluginShutdownFn shutdown;
+    V04PluginRegistryEntry entry{};
 
     // Ends the process when the file or an entry point is missing.
     void load(const std::string& fileName) {
@@ -130,6 +152,12 @@ struct Plugin {
         find(getDeps, "vornGetPluginDeps");
         find(startup, "vornOnPluginStartup");
         find(shutdown, "vornOnPluginShutdown");
+    }
+    // Registers it; its one table.
+    template <class Table>
+    const Table* offer() {
+        registerPlugin(&g_framework, &entry);
+        return static_cast<const Table*>(entry.interfaces->ptr);
     }
     void unload() {
         dlclose(library);

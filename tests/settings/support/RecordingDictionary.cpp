@@ -5,38 +5,38 @@
 #include <memory>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
-namespace foreign {
+using namespace foreign;
 
-RecordingDictionary g_recorder;
-
-struct Item {
+struct V04Item {
     std::string name;
     Item* parent;
     ItemType type = eDictionary;
     std::string text; // of the value
     std::vector<std::unique_ptr<Item>> children;
 
-    Item(std::string_view itemName, Item* itemParent) : name(itemName), parent(itemParent) {
+    V04Item(std::string itemName, Item* itemParent)
+        : name(std::move(itemName)), parent(itemParent) {
         g_recorder.items.insert(this);
-        g_recorder.lastRoot = parent ? g_recorder.lastRoot : this;
     }
-    ~Item() {
+    ~V04Item() {
         g_recorder.items.erase(this);
     }
 };
 
-namespace {
+namespace foreign {
 
-[[noreturn]] void refuse(const std::string& what) {
-    fprintf(stderr, "the store misused the dictionary service: %s\n", what.c_str());
-    abort();
+RecordingDictionary g_recorder;
+
+Item* addChild(Item* parent, const std::string& name) {
+    return parent->children.emplace_back(std::make_unique<Item>(name, parent)).get();
 }
 
+namespace {
+
 Item* alive(const Item* item) {
-    if (!g_recorder.items.count(item)) {
-        refuse(item ? "item that was destroyed" : "null item");
-    }
+    EXPECT_TRUE(g_recorder.items.count(item)) << "the store uses a null item or a destroyed one";
     return const_cast<Item*>(item);
 }
 
@@ -54,38 +54,20 @@ std::string showAll(Item* item, const T* array, size_t length) {
 
 // -- the tree
 
-// The first name of a path, and what follows it.
-std::pair<std::string_view, std::string_view> cut(std::string_view path) {
+// The item at the path, made with all on the way where there is none, or null.
+Item* find(Item* base, std::string_view path, bool canMake = false) {
+    if (!base || path.empty()) {
+        return base;
+    }
     const size_t slash = std::min(path.find('/'), path.size());
-    return {path.substr(0, slash), path.substr(std::min(slash + 1, path.size()))};
-}
-
-Item* findChild(Item* parent, std::string_view name) {
-    for (auto& child : parent->children) {
+    const std::string_view name = path.substr(0, slash);
+    const std::string_view rest = path.substr(std::min(slash + 1, path.size()));
+    for (auto& child : base->children) {
         if (child->name == name && !name.empty()) {
-            return child.get();
+            return find(child.get(), rest, canMake);
         }
     }
-    return nullptr;
-}
-
-Item* find(Item* base, std::string_view path) {
-    const auto [name, rest] = cut(path);
-    return !base || path.empty() ? base : find(findChild(base, name), rest);
-}
-
-Item* addChild(Item* parent, std::string_view name) {
-    return parent->children.emplace_back(std::make_unique<Item>(name, parent)).get();
-}
-
-Item* create(Item* parent, std::string_view path, ItemType type) {
-    const auto [name, rest] = cut(path);
-    if (path.empty()) {
-        parent->type = type;
-        return parent;
-    }
-    Item* child = findChild(parent, name);
-    return create(child ? child : addChild(parent, name), rest, type);
+    return canMake ? find(addChild(base, std::string(name)), rest, true) : nullptr;
 }
 
 void store(Item* item, ItemType type, const std::string& text) {
@@ -95,36 +77,27 @@ void store(Item* item, ItemType type, const std::string& text) {
 }
 
 // Asks for values, and for dictionaries that the destination lacks or holds as a value.
-void merge(
-    Item* base, const std::string& path, Item* dst, Item* src, OnUpdate onUpdate, void* userData) {
+void merge(Item* base,
+           const std::string& path,
+           Item* dst,
+           Item* src,
+           V04OnUpdateItemFn onUpdate,
+           void* userData) {
     const ItemType dstType = dst ? dst->type : eCount, srcType = src->type;
     if (dstType != eDictionary || srcType != eDictionary) {
         if (onUpdate(dst, dstType, src, srcType, userData) != eOverwrite) {
             return;
         }
-        dst = dst ? dst : create(base, path, srcType);
+        dst = dst ? dst : find(base, path, true);
         store(dst, srcType, src->text);
     }
     for (auto& child : src->children) {
         const std::string childPath = path.empty() ? child->name : path + "/" + child->name;
-        merge(base, childPath, findChild(dst, child->name), child.get(), onUpdate, userData);
+        merge(base, childPath, find(dst, child->name), child.get(), onUpdate, userData);
     }
 }
 
 // -- slots
-
-template <size_t number>
-void never() {
-    refuse("slot " + std::to_string(number));
-}
-
-template <size_t... numbers>
-IDictionary makeRefusingTable(std::index_sequence<numbers...>) {
-    const Slot slots[] = {never<numbers>...};
-    IDictionary table;
-    memcpy(&table, slots, sizeof(table));
-    return table;
-}
 
 // Writes the call down before it is carried out, and the item that comes of it afterwards.
 template <class Act, class... Arguments>
@@ -171,12 +144,8 @@ void setArray(Item* item, const T* array, size_t length) {
 
 } // namespace
 
-void RecordingDictionary::addChild(Item* parent, const char* name, int64_t value) {
-    set(foreign::addChild(alive(parent), name), value);
-}
-
 const IDictionary RecordingDictionary::kTable = [] {
-    IDictionary table = makeRefusingTable(std::make_index_sequence<52>());
+    IDictionary table{}; // the others must not be called
     SLOT(getItem, lookUp<const Item>);
     SLOT(getItemMutable, lookUp<Item>);
     SLOT(getItemChildCount,
@@ -191,7 +160,9 @@ const IDictionary RecordingDictionary::kTable = [] {
         if (g_recorder.isCreateFailing) {
             return nullptr;
         }
-        return parent ? create(alive(parent), path, type) : new Item(path, nullptr);
+        Item* const item = parent ? find(alive(parent), path, true) : new Item(path, nullptr);
+        item->type = type;
+        return item;
     });
     SLOT(isAccessibleAs, [](ItemType type, const Item* item) {
         const ItemType own = item ? alive(item)->type : eCount;
@@ -222,7 +193,7 @@ const IDictionary RecordingDictionary::kTable = [] {
     SLOT(setBoolArray, setArray<bool>);
     SLOT(setStringArray, setArray<const char*>);
     SLOT(update, [](Item* dst, const char* dstPath, const Item* src, const char* srcPath,
-                    OnUpdate onUpdate, void* userData) {
+                    V04OnUpdateItemFn onUpdate, void* userData) {
         std::string path = dstPath ? dstPath : "";
         path.erase(path.find_last_not_of('/') + 1);
         if (const Item* source = lookUp(src, srcPath)) {
@@ -237,9 +208,7 @@ const IDictionary RecordingDictionary::kTable = [] {
         std::erase_if(item->parent->children, [&](auto& child) { return child.get() == item; });
     });
     SLOT(destroyStringBuffer, [](const char* buffer) {
-        if (buffer && !g_recorder.buffers.erase(buffer)) {
-            refuse("buffer that it did not make");
-        }
+        EXPECT_TRUE(!buffer || g_recorder.buffers.erase(buffer)) << "not made here";
         free(const_cast<char*>(buffer));
     });
     return table;

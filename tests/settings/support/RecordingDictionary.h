@@ -1,6 +1,6 @@
 // A storage service that writes every call down in g_host.calls, as in
-// getItemMutable(<ISettings root>, 'a/b') -> /a/b, and stops the process on a slot that the store
-// must not call and on an item that is null or gone.
+// getItemMutable(<ISettings root>, 'a/b') -> /a/b, and fails the test over an item that is null or
+// gone. Slots that the store must not call are null.
 #pragma once
 
 #include "Host.h"
@@ -16,14 +16,13 @@ struct RecordingDictionary {
     static const IDictionary kTable;
 
     std::unordered_set<const void*> items, buffers; // alive
-    Item* lastRoot = nullptr;                       // the last item made without a parent
     bool isCreateFailing = false;                   // createItem answers null
     size_t missingChildren = 0;                     // how many more are counted than there are
-
-    // A child with a name that no path can reach.
-    void addChild(Item* parent, const char* name, int64_t value);
 };
 extern RecordingDictionary g_recorder;
+
+// A new child, also with a name that no path can reach.
+Item* addChild(Item* parent, const std::string& name);
 
 // An argument or a result as text.
 template <class T>
@@ -32,7 +31,7 @@ std::string show(T value) {
         return describe(*g_host.dictionary, value);
     } else if constexpr (std::is_same_v<T, const char*>) {
         return value ? "'" + std::string(value) + "'" : "null";
-    } else if constexpr (std::is_same_v<T, OnUpdate>) {
+    } else if constexpr (std::is_same_v<T, V04OnUpdateItemFn>) {
         return value ? "callback" : "null";
     } else if constexpr (std::is_same_v<T, void*>) {
         return value ? "data" : "null";

@@ -2,6 +2,7 @@
 // hear.
 #pragma once
 
+#include "../../dictionary/Outline.h"
 #include "Host.h"
 #include "RecordingDictionary.h"
 
@@ -21,24 +22,17 @@ protected:
     using Action = std::function<void()>;
     using Values = std::vector<std::pair<std::string, int64_t>>;
 
-    virtual bool isOwnDictionary() const {
-        return false;
-    }
-
     // Loads the dictionary service and the plugin, and registers the plugin.
     void load() {
         g_host.dictionary = &RecordingDictionary::kTable;
-        if (isOwnDictionary()) {
-            RegistryEntry dictionaryEntry{};
+        if (isOwnDictionary) {
             m_dictionaryPlugin.load("libvorn.dictionary.plugin.so");
-            m_dictionaryPlugin.registerPlugin(&g_framework, &dictionaryEntry);
+            g_host.dictionary = m_dictionaryPlugin.offer<IDictionary>();
             m_dictionaryPlugin.startup();
-            g_host.dictionary = static_cast<const IDictionary*>(dictionaryEntry.interfaces->ptr);
         }
         dictionary = g_host.dictionary;
         plugin.load("libvorn.settings.plugin.so");
-        plugin.registerPlugin(&g_framework, &entry);
-        settings = static_cast<const ISettings*>(entry.interfaces->ptr);
+        settings = plugin.offer<ISettings>();
     }
     void restart() {
         plugin.shutdown();
@@ -58,7 +52,7 @@ protected:
             dictionary->destroyItem(root);
         }
         EXPECT_EQ(g_recorder.items.size() + g_recorder.buffers.size(), 0u);
-        if (isOwnDictionary()) {
+        if (isOwnDictionary) {
             m_dictionaryPlugin.shutdown();
             m_dictionaryPlugin.unload();
         }
@@ -68,14 +62,15 @@ protected:
 
     // Subscribe under a label; then runs inside the callback. Events read "N /a" for nodes and
     // "T /a:/a/b" for trees, with "-" before a node that is being destroyed.
-    SubscriptionId* onNode(const std::string& path, const char* label, Action then = {}) {
-        const auto callback = [](const Item* changed, ChangeEvent event, void* subscriber) {
+    V04SubscriptionId* onNode(const std::string& path, const char* label, Action then = {}) {
+        const auto callback = [](const Item* changed, V04ChangeEventType event, void* subscriber) {
             static_cast<Subscriber*>(subscriber)->hear("", changed, event);
         };
         return settings->subscribeToNodeChangeEvents(path.c_str(), callback, add(label, then));
     }
-    SubscriptionId* onTree(const std::string& path, const char* label, Action then = {}) {
-        const auto callback = [](auto* tree, auto* changed, ChangeEvent event, void* subscriber) {
+    V04SubscriptionId* onTree(const std::string& path, const char* label, Action then = {}) {
+        const auto callback = [](auto* tree, auto* changed, V04ChangeEventType event,
+                                 void* subscriber) {
             const std::string subtree = describe(*g_host.dictionary, tree) + ":";
             static_cast<Subscriber*>(subscriber)->hear(subtree, changed, event);
         };
@@ -87,7 +82,7 @@ protected:
             onNode(path, "N");
         }
     }
-    void unsubscribe(SubscriptionId* id) {
+    void unsubscribe(V04SubscriptionId* id) {
         settings->unsubscribeToChangeEvents(id);
     }
 
@@ -114,6 +109,9 @@ protected:
         }
         return own(source);
     }
+    void merge(const char* path, const Values& values, V04OnUpdateItemFn onUpdate = overwrite) {
+        settings->update(path, makeSource(values), nullptr, onUpdate, nullptr);
+    }
     Item* own(Item* root) {
         m_roots.push_back(root);
         return root;
@@ -123,27 +121,16 @@ protected:
         const Unrecorded pause;
         return const_cast<Item*>(settings->getSettingsDictionary(path));
     }
-    // "{name: value, ...}", of integers; children in their order.
-    std::string dump(const Item* item) {
+    // "{name:value ...}", of the settings or of another tree.
+    std::string dump(const Item* root = nullptr) {
         const Unrecorded pause;
-        if (dictionary->getItemType(item) != eDictionary) {
-            return std::to_string(dictionary->getAsInt64(item));
-        }
-        Lines children;
-        for (size_t i = 0; i < dictionary->getItemChildCount(item); ++i) {
-            const Item* child = dictionary->getItemChildByIndex(item, i);
-            children.push_back(dictionary->getItemName(child) + (": " + dump(child)));
-        }
-        return "{" + join(children, ", ") + "}";
-    }
-    std::string dump() {
-        return dump(at(""));
+        return vorn::dictionary::outlineOf(*dictionary, root ? root : at(""));
     }
 
     Plugin plugin;
-    RegistryEntry entry{};
     const ISettings* settings = nullptr;
     const IDictionary* dictionary = nullptr;
+    bool isOwnDictionary = false; // else the recording one
 
 private:
     struct Subscriber {
@@ -151,8 +138,8 @@ private:
         std::string label;
         Action then;
 
-        void hear(const std::string& subtree, const Item* changed, ChangeEvent event) {
-            store->m_events.push_back(label + " " + subtree + (event == eChanged ? "" : "-") +
+        void hear(const std::string& subtree, const Item* changed, V04ChangeEventType event) {
+            store->m_events.push_back(label + " " + subtree + (event == kV04Changed ? "" : "-") +
                                       describe(*g_host.dictionary, changed));
             if (then) {
                 then();
@@ -171,16 +158,14 @@ private:
 
 // For tests that hold over any service.
 class AnyStore : public Store, public testing::WithParamInterface<bool> {
-    bool isOwnDictionary() const override {
-        return GetParam();
+protected:
+    AnyStore() {
+        isOwnDictionary = GetParam();
     }
 };
 
-inline std::string nameService(const testing::TestParamInfo<bool>& info) {
-    return info.param ? "own" : "recording";
-}
 #define VORN_OVER_BOTH_SERVICES(suite)                                                             \
     class suite : public AnyStore {};                                                              \
-    INSTANTIATE_TEST_SUITE_P(Service, suite, testing::Bool(), nameService)
+    INSTANTIATE_TEST_SUITE_P(OwnService, suite, testing::Bool(), testing::PrintToStringParamName())
 
 } // namespace foreign
