@@ -32,12 +32,6 @@ protected:
     const Item* at(const std::string& path) const {
         return d->getItem(root, path.c_str());
     }
-    std::string text(const Item* item) const {
-        return textOf(*d, item);
-    }
-    std::string outline(const Item* item) const {
-        return outlineOf(*d, item);
-    }
 
     foreign::Plugin m_plugin;
     const IDictionary* d = nullptr;

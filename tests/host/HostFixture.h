@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -26,6 +27,27 @@ inline void expectParts(const std::string& text, const Lines& parts) {
     }
 }
 
+// A directory of its own for a test.
+struct OwnDirectory {
+    OwnDirectory() {
+        fs::remove_all(root);
+        fs::create_directories(root / "deep");
+    }
+    ~OwnDirectory() {
+        fs::remove_all(root);
+    }
+
+    // Writes a plugin's library into the file as a plain copy does, a second after the one before.
+    void put(const std::string& name, const fs::path& file) {
+        std::ofstream(root / file) << std::ifstream(pluginFile(name)).rdbuf();
+        time += std::chrono::seconds(1);
+        fs::last_write_time(root / file, time);
+    }
+
+    const fs::path root = fs::canonical(testing::TempDir()) / "vorn_host_test";
+    fs::file_time_type time = fs::file_time_type::clock::now();
+};
+
 // Keeps every message as "source: text".
 struct RecordingLogger {
     vorn::logging::Logger logger = {[](auto* self, auto* source, auto, auto, auto, auto* message) {
@@ -35,28 +57,23 @@ struct RecordingLogger {
     Lines lines;
 };
 
-// A plugin of the test program itself, "test.inline" and a number, with an interface of its own. It
-// says of itself and does what is set.
+// A plugin of the test program itself: it and its only interface are called "test.inline" and a
+// number. It says of itself and does what is set.
 template <int number>
 struct InlinePlugin {
     static inline const std::string name = "test.inline" + std::to_string(number);
-    static inline const std::string interface = "test::Inline" + std::to_string(number);
     static inline vorn::PluginRegistryEntry::Interface offered;
     static inline vorn::PluginRegistryEntry entry;
-    static inline vorn::InterfaceDesc* needs;
-    static inline size_t needCount;
     static inline std::function<void()> onStartup, onShutdown;
 
     static vorn::PluginRegistrationDesc desc() {
         static const TestInterface kTable = {};
-        offered = {{interface.c_str(), {0, 1}}, &kTable, sizeof(kTable)};
-        entry = {{name.c_str(), "", "", vorn::PluginHotReload::eDisabled, ""}, &offered, 1};
-        needCount = 0;
+        offered = {{name.c_str(), {0, 1}}, &kTable, sizeof(kTable)};
+        entry = {{name.c_str(), {}, {}, vorn::PluginHotReload::eEnabled, {}}, &offered, 1};
         onStartup = onShutdown = [] {};
         return {[](auto*, auto* entryOut) { *entryOut = entry; },
-                [] { return vorn::kFrameworkVersion; },
-                [](auto** deps, auto* count) { *deps = needs, *count = needCount; },
-                [] { onStartup(); }, [] { onShutdown(); }};
+                [] { return vorn::kFrameworkVersion; }, nullptr, [] { onStartup(); },
+                [] { onShutdown(); }};
     }
 };
 
@@ -67,13 +84,6 @@ protected:
         host.logging().addLogger(&log.logger);
     }
 
-    void load(const std::string& name) {
-        host.loadPlugin(pluginFile(name));
-    }
-    template <int number>
-    void registerInline() {
-        ASSERT_TRUE(framework.registerPlugin("test", InlinePlugin<number>::desc()));
-    }
     // Loads what the wildcards match, the way that an application does it.
     void loadAll(const std::vector<const char*>& wildcards) {
         const char* path = VORN_HOST_TEST_PLUGIN_DIR;
@@ -88,10 +98,8 @@ protected:
             framework.acquireInterfaceWithClient(client, {interface, version}, pluginName));
     }
     TestInterface* tryAcquire(const char* interface, vorn::Version version = {0, 1}) {
-        return static_cast<TestInterface*>(
-            framework.tryAcquireInterfaceWithClient("test", {interface, version}, nullptr));
+        return static_cast<TestInterface*>(host.tryAcquire({interface, version}, nullptr));
     }
-
     TestInterface* acquireFromLibrary(const char* interface, const std::string& file) {
         return static_cast<TestInterface*>(framework.tryAcquireInterfaceFromLibraryWithClient(
             "test", {interface, {0, 1}}, pluginFile(file).c_str()));
@@ -112,13 +120,3 @@ protected:
     vorn::host::Host host{{}, "test"};
     vorn::Framework& framework = host.framework();
 };
-
-// Expects that the act throws one that holds all the parts.
-inline void expectThrown(const std::function<void()>& act, const Lines& parts) {
-    try {
-        act();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const vorn::host::HostError& error) {
-        expectParts(error.what(), parts);
-    }
-}

@@ -1,17 +1,17 @@
 // A small plugin in many forms, as its compile definitions say: TEST_NAME, its name; TEST_OFFERS,
 // that of its interface, version 0.2; TEST_NEEDS, dependencies; TEST_EDITION, what getEdition
 // answers; TEST_FRAMEWORK, framework version; TEST_HOT_RELOAD, eEnabled or eDisabled;
-// TEST_OMIT_SHUTDOWN leaves that entry point out; TEST_TABLE_SIZE, the size of the table, as told.
+// TEST_IS_UNFINISHED leaves start-up and shut-down out.
 //
-// It logs "started" and "stopped" as infos under its own name.
+// It logs "started" and "stopped" as infos under its own name. Registering and starting take long
+// enough for other threads to come by.
 
 #include "TestInterface.h"
 
 #include "vorn/PluginUtils.h"
 
 #include <atomic>
-#include <chrono>
-#include <thread>
+#include <unistd.h>
 #include <vector>
 
 using namespace vorn;
@@ -26,20 +26,6 @@ struct OfferedInterface : TestInterface {
 
 static std::atomic<bool> g_isStarted = false;
 
-// Long enough for other threads to come by while the plugin is at work.
-static void takeAWhile() {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-}
-
-static void fillInterface(OfferedInterface& table) {
-    table.getEdition = [] { return TEST_EDITION; };
-    table.isStarted = [] { return g_isStarted.load(); };
-    table.getLogLevel = [] { return __atomic_load_n(&g_vornLogLevel, __ATOMIC_RELAXED); };
-    table.warn = [](const char* text) {
-        VORN_LOG_FROM("TestPlugin.cpp", logging::kLevelWarn, "%s", text);
-    };
-}
-
 VORN_EXPORT Version vornGetFrameworkVersion() {
     return TEST_FRAMEWORK;
 }
@@ -51,24 +37,22 @@ VORN_EXPORT void vornGetPluginDeps(InterfaceDesc** deps, size_t* count) {
 }
 
 VORN_EXPORT void vornOnPluginRegister(Framework* framework, PluginRegistryEntry* entry) {
-    takeAWhile();
+    usleep(1000);
     static constexpr PluginImplDesc kImpl = {TEST_NAME, "A test", "Vorn",
                                              PluginHotReload::TEST_HOT_RELOAD, "dev"};
-    onPluginRegister<OfferedInterface>(framework, entry, kImpl, fillInterface);
-#ifdef TEST_TABLE_SIZE
-    static PluginRegistryEntry::Interface resized = *entry->interfaces;
-    resized.size = TEST_TABLE_SIZE;
-    entry->interfaces = &resized;
-#endif
+    onPluginRegister<OfferedInterface>(framework, entry, kImpl, [](OfferedInterface& table) {
+        table.getEdition = [] { return TEST_EDITION; };
+        table.isStarted = [] { return g_isStarted.load(); };
+    });
 }
 
+#ifndef TEST_IS_UNFINISHED
 VORN_EXPORT void vornOnPluginStartup() {
-    takeAWhile();
+    usleep(1000);
     VORN_LOG_FROM("TestPlugin.cpp", logging::kLevelInfo, "started");
     g_isStarted = true;
 }
 
-#ifndef TEST_OMIT_SHUTDOWN
 VORN_EXPORT void vornOnPluginShutdown() {
     g_isStarted = false;
     VORN_LOG_FROM("TestPlugin.cpp", logging::kLevelInfo, "stopped");
