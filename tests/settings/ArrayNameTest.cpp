@@ -75,15 +75,16 @@ TEST_F(ArrayNames, DecideThePlacesAndTheLength) {
 }
 
 // As when another thread makes the array shorter.
-TEST_F(ArrayNames, MayHoldSlashesWhichPathsOfEventsAreCutAt) {
-    makeChildren({"b/c"});
+TEST_F(ArrayNames, MayHoldSlashesWhichPathsOfEventsAreCutAtOrBeEmpty) {
+    makeChildren({"b/c", ""});
     for (const char* path : {"/l", "/l/b", "/l/b/c"}) {
         onNode(path, path);
         onTree(path, path);
     }
     settings->destroyItem("/l");
-    // One level up for each cut, whatever it cuts off.
-    EXPECT_EQ(takeEvents(), "/l -/l, /l/b/c -/l/b/c, /l/b /l:-/l/b/c, /l <ISettings root>:-/l/b/c");
+    // One level up for each cut, whatever it cuts off; no slash at the end.
+    EXPECT_EQ(takeEvents(), "/l -/l, /l/b/c -/l/b/c, /l/b /l:-/l/b/c, /l <ISettings root>:-/l/b/c, "
+                            "/l -/l/");
 }
 
 TEST_F(ArrayNames, ChildrenThatAreGoneByTheirTurnEndTheWalk) {

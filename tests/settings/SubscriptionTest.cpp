@@ -1,6 +1,8 @@
 // Subscriptions, the order of their events, and callbacks that change both.
 #include "support/Store.h"
 
+#include <thread>
+
 using namespace foreign;
 
 VORN_OVER_BOTH_SERVICES(Subscriptions);
@@ -90,6 +92,20 @@ TEST_P(Subscriptions, SubscriptionMadeDuringAStepIsNotPartOfIt) {
         << "enclosing nodes are looked at one after the other";
     settings->setInt64("/a/b/x", 1);
     EXPECT_EQ(takeEvents().rfind("node /a/b/x, second /a/b/x, first /a/b/x, same /a/b", 0), 0u);
+}
+
+// The path that it was the last of stays until nobody is being told anything, whoever else writes.
+TEST_P(Subscriptions, OneThatEndsItselfLeavesTheWayUp) {
+    V04SubscriptionId* self = nullptr;
+    onTree("/a", "T");
+    onTree("/q", "Q");
+    self = onNode("/a/x", "self", [&] {
+        unsubscribe(self);
+        std::thread([&] { settings->setInt64("/b", 1); }).join();
+        onTree("/q/r", "R"); // where the path was, if that is gone
+    });
+    settings->setInt64("/a/x", 1);
+    EXPECT_EQ(takeEvents(), "self /a/x, T /a:/a/x");
 }
 
 // While an event has still to reach it; also when a nested event ends it.
