@@ -21,8 +21,7 @@ void withNamesUpwards(const Item* item, const Item* root, Use use) {
     size_t count = 0;
     const Item* node = item;
     for (; node && node != root && count < kNearDepth; node = dictionary->getItemParent(node)) {
-        near[count] = dictionary->getItemName(node);
-        count += count > 0 || *near[count] != '\0' ? 1 : 0;
+        near[count++] = dictionary->getItemName(node);
     }
     const char* const* names = near;
     if (node && node != root) [[unlikely]] {
@@ -33,8 +32,13 @@ void withNamesUpwards(const Item* item, const Item* root, Use use) {
         names = far.data();
         count = far.size();
     }
+    for (; count > 0 && names[0][0] == '\0'; --count) {
+        ++names;
+    }
     if (item && count == 0) {
-        near[count++] = "";
+        near[0] = "";
+        names = near;
+        count = 1;
     }
     use(names, count);
 }
@@ -57,22 +61,25 @@ void triggerNodeChangeCallback(const Item* item,
 void triggerTreeChangeCallback(const Item* item,
                                ChangeEventType eventType,
                                const SubscribedPaths::Way& way) {
+    const dictionary::IDictionary* dictionary = g_idictionary;
     const Item* itemToReport = item;
+    const auto climb = [&] {
+        itemToReport = itemToReport ? dictionary->getItemParent(itemToReport) : nullptr;
+    };
     const SubscribedPath* path = way.nearest();
-    size_t pathDepth = way.nearestDepth();
-    for (size_t depth = way.depth(); depth-- > 0;) {
-        if (itemToReport) {
-            itemToReport = g_idictionary->getItemParent(itemToReport);
-        }
-        if (pathDepth > depth) {
-            path = path->parent;
-            --pathDepth;
-        }
-        if (pathDepth == depth) {
-            path->visit(Type::eTree, [&](const SubscriptionId& id) {
-                id.onTreeChangeEventFn(itemToReport, item, eventType, id.userData);
-            });
-        }
+    size_t depth = way.depth();
+    for (; depth > way.nearestDepth() + 1; --depth) {
+        climb();
+    }
+    if (depth == way.nearestDepth()) {
+        path = path->parent;
+    }
+    for (; depth > 0; --depth) {
+        climb();
+        path->visit(Type::eTree, [&](const SubscriptionId& id) {
+            id.onTreeChangeEventFn(itemToReport, item, eventType, id.userData);
+        });
+        path = path->parent;
     }
 }
 
