@@ -2,8 +2,8 @@
 //
 // While callbacks run, subscriptions come and go. What is added then goes where the visit has
 // already been, and what is removed leaves a hole. Holes are closed, and paths that nobody needs
-// destroyed, by whoever subscribes or unsubscribes when the thread does not visit them any more: at
-// no other time could no other thread be visiting them.
+// destroyed, by the next to subscribe or unsubscribe when the thread itself does not visit them:
+// then no other thread may be visiting them either.
 //
 // Threads: as the table's slots say; there is no lock.
 #pragma once
