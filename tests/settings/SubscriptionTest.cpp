@@ -94,10 +94,12 @@ TEST_P(Subscriptions, SubscriptionMadeDuringAStepIsNotPartOfIt) {
     EXPECT_EQ(takeEvents().rfind("node /a/b/x, second /a/b/x, first /a/b/x, same /a/b", 0), 0u);
 }
 
-// The path that it was the last of stays until nobody is being told anything, whoever else writes.
-TEST_P(Subscriptions, OneThatEndsItselfLeavesTheWayUp) {
-    V04SubscriptionId* self = nullptr;
-    onTree("/a", "T");
+// A path that nobody needs any more stays while it is on the way of an event, whoever else writes.
+TEST_P(Subscriptions, OneThatEndsDuringAnEventLeavesTheWayUp) {
+    V04SubscriptionId *self = nullptr, *below = onNode("/a/w/below", "below");
+    onTree("/a", "T", [&] { unsubscribe(std::exchange(below, nullptr)); });
+    settings->setInt64("/a/w", 1);
+    EXPECT_EQ(takeEvents(), "T /a:/a/w");
     onTree("/q", "Q");
     self = onNode("/a/x", "self", [&] {
         unsubscribe(self);
