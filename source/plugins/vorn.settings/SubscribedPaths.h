@@ -293,7 +293,8 @@ private:
             : m_bits(reinterpret_cast<uintptr_t>(node) | (node->hash & ~kAddress)) {}
 
         SubscribedPath* node() const {
-            return reinterpret_cast<SubscribedPath*>(m_bits & kAddress);
+            const uint64_t address = m_bits & kAddress;
+            return reinterpret_cast<SubscribedPath*>(address); // NOLINT(performance-no-int-to-ptr)
         }
         bool isEmpty() const {
             return m_bits == 0;
