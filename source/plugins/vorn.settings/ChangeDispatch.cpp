@@ -109,6 +109,7 @@ void getFullPath(MflString* fullPath, const Item* item, const Item* root) {
     });
 }
 
+// Every write that somebody watches comes here: all of it in one function.
 [[gnu::flatten]] void sendEvent(const Item* item, ChangeEventType eventType) {
     SubscribedPaths::Way way(g_subscribedPaths);
     withNamesUpwards(item, g_modifiedSettingsRoot, [&](const char* const* names, size_t count) {

@@ -35,10 +35,6 @@ public:
     bool empty() const {
         return m_places.size() == 0;
     }
-    // Number of subscriptions of all paths.
-    size_t size() const {
-        return m_places.size();
-    }
 
     // Puts the record in front of those of its path. When it throws, all is as before.
     void add(std::string_view path, const SubscriptionId* record) {
