@@ -9,10 +9,13 @@ namespace reliability {
 namespace {
 
 // Under sanitizers loading takes long, and freed memory is kept for a while.
+constexpr bool kIsSanitized =
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
+    true;
+#elif defined(__has_feature)
+    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
-constexpr bool kIsSanitized = false;
+    false;
 #endif
 
 // Starts them, and stops them with subscriptions and a transaction left open.
